@@ -1,0 +1,52 @@
+#include <gtest/gtest.h>
+
+#include "KxuDiagnosticsData.h"
+#include "PSCHostDirectory.h"
+
+namespace {
+
+class FixedProvider : public KxuDiagnosticsProvider {
+ public:
+  KxuDiagnosticsData* diagnosticsData() override { return &data; }
+  KxuDiagnosticsData data{};
+};
+
+TEST(DiagnosticsData, BuiltInBlockStartsEmptyAndIsShared) {
+  KxuDiagnosticsData* block = KxuGetDiagnosticsData();
+  ASSERT_NE(block, nullptr);
+  EXPECT_EQ(block, KxuGetDiagnosticsData());
+  EXPECT_EQ(block->errorStack.count, 0);
+  EXPECT_STREQ(block->errorStack.statusFileName, "");
+  EXPECT_EQ(block->errorStack.lineCallback, nullptr);
+  EXPECT_EQ(block->errorStack.echo, 0);
+}
+
+TEST(DiagnosticsData, RegisteredProviderServesTheBlockUntilRemoved) {
+  KxuDiagnosticsData* builtIn = KxuGetDiagnosticsData();
+  FixedProvider provider;
+  KxuDiagnosticsProvider* previous = KxuRegisterDiagnosticsProvider(&provider);
+  EXPECT_EQ(KxuGetDiagnosticsData(), &provider.data);
+  EXPECT_EQ(KxuRegisterDiagnosticsProvider(nullptr), &provider);
+  EXPECT_EQ(KxuGetDiagnosticsData(), builtIn);
+  EXPECT_EQ(previous->diagnosticsData(), builtIn);
+}
+
+TEST(HostDirectory, KnownHostNamesGiveTheirDirectoryIgnoringCase) {
+  EXPECT_EQ(PSCHostDirectoryOf("/opt/tools/bin/XtBatchTranslator.EXE"), "/opt/tools/bin/");
+  EXPECT_EQ(PSCHostDirectoryOf("/srv/solidexchangehost"), "/srv/");
+}
+
+TEST(HostDirectory, OtherProgramsGiveEmpty) {
+  EXPECT_EQ(PSCHostDirectoryOf("/usr/bin/MeldSolids"), "");
+  EXPECT_EQ(PSCHostDirectoryOf("/opt/xtbatchtranslator/other"), "");
+  EXPECT_EQ(PSCHostDirectoryOf(""), "");
+  EXPECT_EQ(PSCGetHostDirectory(), "");  // the test program is no host
+}
+
+TEST(HostDirectory, PathIsCutAt260CharactersBeforeMatching) {
+  const std::string dir = "/" + std::string(240, 'd') + "/";
+  EXPECT_EQ(PSCHostDirectoryOf(dir + "solidexchangehost"), dir);  // 259 characters
+  EXPECT_EQ(PSCHostDirectoryOf(dir + "solidexchangehost.exe"), "");  // cut after "...host."
+}
+
+}  // namespace
