@@ -9,6 +9,8 @@
 #ifndef MELD_PK_H
 #define MELD_PK_H
 
+#include <stddef.h> /* size_t */
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -146,6 +148,525 @@ typedef struct PK_SESSION_frustrum_s {
    (f).ffwrit = 0, (f).ffoprb = 0, (f).ffseek = 0, (f).fftell = 0, (f).fgcrcu = 0,   \
    (f).fgcrsu = 0, (f).fgevcu = 0, (f).fgevsu = 0, (f).fgprcu = 0, (f).fgprsu = 0,   \
    (f).ucoprd = 0, (f).ucopwr = 0)
+
+/* ---------------------------------------------------------------------------
+ * Tags, classes and small types
+ *
+ * Every entity is a 32-bit tag; 0 (PK_ENTITY_null) means none. Tags are never
+ * reused within a session.
+ * ------------------------------------------------------------------------- */
+
+typedef int PK_ENTITY_t;
+typedef int PK_PARTITION_t;
+typedef int PK_PMARK_t;
+typedef int PK_MARK_t;
+typedef int PK_PART_t;
+typedef int PK_ASSEMBLY_t;
+typedef int PK_BODY_t;
+typedef int PK_INSTANCE_t;
+typedef int PK_TRANSF_t;
+typedef int PK_TOPOL_t;
+typedef int PK_REGION_t;
+typedef int PK_SHELL_t;
+typedef int PK_FACE_t;
+typedef int PK_LOOP_t;
+typedef int PK_EDGE_t;
+typedef int PK_VERTEX_t;
+typedef int PK_ATTDEF_t;
+typedef int PK_ATTRIB_t;
+typedef int PK_DELTA_t;   /* a delta's key in the application's delta store */
+typedef int PK_CLASS_t;
+typedef int PK_BODY_type_t;
+typedef int PK_SHELL_sign_t;
+typedef int PK_boolean_function_t;
+typedef int PK_boolean_result_t;
+typedef int PK_transmit_format_t;
+typedef int PK_transmit_meshes_t;
+typedef int PK_thread_t;
+typedef int PK_FACE_heal_t;
+typedef int PK_ATTRIB_field_t;
+/* UTF-16 code unit; layout-compatible with char16_t. */
+typedef unsigned short PK_UCHAR_t;
+
+#define PK_ENTITY_null 0
+
+/* Classes (PK_ENTITY_ask_class). */
+#define PK_CLASS_partition 5001
+#define PK_CLASS_pmark 5002
+#define PK_CLASS_mark 5003
+#define PK_CLASS_body 5006
+#define PK_CLASS_assembly 5008
+#define PK_CLASS_instance 5009
+#define PK_CLASS_transf 5010
+#define PK_CLASS_region 5011
+#define PK_CLASS_shell 5012
+#define PK_CLASS_face 5013
+#define PK_CLASS_loop 5014
+#define PK_CLASS_edge 5015
+#define PK_CLASS_fin 5016
+#define PK_CLASS_vertex 5017
+#define PK_CLASS_attdef 5020
+#define PK_CLASS_attrib 5021
+
+/* Body types (PK_BODY_ask_type). */
+#define PK_BODY_type_solid_c 5601
+#define PK_BODY_type_sheet_c 5602
+#define PK_BODY_type_wire_c 5603
+#define PK_BODY_type_acorn_c 5604
+#define PK_BODY_type_general_c 5605
+#define PK_BODY_type_empty_c 5606
+
+/* Shell signs (PK_SHELL_find_sign): positive means the region lies inside. */
+#define PK_SHELL_sign_positive_c 3550
+#define PK_SHELL_sign_negative_c 3551
+#define PK_SHELL_sign_mixed_c 3552
+
+/* Boolean functions and results. */
+#define PK_boolean_intersect_c 15901
+#define PK_boolean_subtract_c 15902
+#define PK_boolean_unite_c 15903
+
+#define PK_boolean_result_success_c 21650
+#define PK_boolean_result_no_clash_c 21651
+#define PK_boolean_result_no_effect_c 21652
+#define PK_boolean_result_failed_c 21653
+#define PK_boolean_result_not_solid_c 21654
+#define PK_boolean_result_is_tool_c 21655
+#define PK_boolean_result_imprint_c 21656
+
+/* Transmit formats. */
+#define PK_transmit_format_text_c 18220
+#define PK_transmit_format_binary_c 18221
+#define PK_transmit_format_neutral_c 18222
+#define PK_transmit_format_typed_binary_c 18223
+
+/* What PK_PART_transmit does with meshes (this kernel has none to write). */
+#define PK_transmit_meshes_separate_c 26130
+#define PK_transmit_meshes_no_c 26131
+
+/* Multi-processing thread formats (PK_SESSION_smp_o_t). */
+#define PK_thread_disabled_c 21010
+#define PK_thread_per_processor_c 21011
+#define PK_thread_absolute_c 21012
+
+/* PK_FACE_delete: how the wound left by deleted faces is treated. */
+#define PK_FACE_heal_yes_c 18080
+#define PK_FACE_heal_no_c 18081
+
+/* Attribute field types (PK_ATTDEF_find gives definitions using them). */
+#define PK_ATTRIB_field_integer_c 8001
+#define PK_ATTRIB_field_real_c 8002
+#define PK_ATTRIB_field_string_c 8003
+#define PK_ATTRIB_field_ustring_c 8004
+
+/* ---------------------------------------------------------------------------
+ * Error codes
+ *
+ * 565, 901 and 1082 are also the codes the application's delta store answers
+ * with; they keep these values.
+ * ------------------------------------------------------------------------- */
+
+#define PK_ERROR_bad_delta 565            /* bad delta key, or delta in the wrong state */
+#define PK_ERROR_memory_full 901          /* memory exhausted */
+#define PK_ERROR_delta_read_past_end 1082 /* read past the end of a delta */
+
+#define PK_ERROR_not_in_session 6001         /* no session is running */
+#define PK_ERROR_already_in_session 6002     /* PK_SESSION_start while running */
+#define PK_ERROR_frustrum_not_registered 6003
+#define PK_ERROR_frustrum_incomplete 6004    /* a slot the kernel needs is null */
+#define PK_ERROR_frustrum_failure 6005       /* a frustrum call answered ifail != 0 */
+#define PK_ERROR_delta_failure 6006          /* a delta callback answered != 0 */
+#define PK_ERROR_bad_user_field_size 6007
+#define PK_ERROR_bad_option_data 6008        /* option record version or value refused */
+#define PK_ERROR_null_arg_address 6009       /* a required pointer argument is null */
+#define PK_ERROR_not_an_entity 6010          /* tag is not a live entity */
+#define PK_ERROR_wrong_entity 6011           /* entity of the wrong class */
+#define PK_ERROR_bad_value 6012              /* numeric argument out of range */
+#define PK_ERROR_bad_mark 6013               /* mark or pmark unknown or not reachable */
+#define PK_ERROR_rollback_not_started 6014   /* pmarks need registered delta callbacks */
+#define PK_ERROR_corrupt_delta 6015          /* journal bytes read back do not decode */
+#define PK_ERROR_bad_field 6016              /* attribute field index or type mismatch */
+#define PK_ERROR_part_is_instanced 6017      /* deleting a part that instances refer to */
+#define PK_ERROR_modeller_failure 6018       /* the geometry engine failed */
+#define PK_ERROR_bad_transf 6019             /* transform matrix refused */
+#define PK_ERROR_duplicate_entity 6020       /* an entity given twice */
+#define PK_ERROR_bad_name 6021               /* empty or overlong name */
+
+/* ---------------------------------------------------------------------------
+ * Session
+ * ------------------------------------------------------------------------- */
+
+/* Hands the kernel the application's frustrum. The kernel needs fstart, fstop,
+ * fmallo, fmfree, ffoprd, ffopwr, ffclos, ffread, ffwrit, ffoprb, ffseek and
+ * fftell; a record missing any of them is refused with
+ * PK_ERROR_frustrum_incomplete. Refused with PK_ERROR_already_in_session while
+ * a session runs. */
+PK_ERROR_code_t PK_SESSION_register_frustrum(const PK_SESSION_frustrum_t* frustrum);
+
+typedef struct PK_SESSION_start_o_s {
+  int o_t_version;    /* version of this record */
+  char* journal_file; /* name of a journal file (NULL: none; this kernel keeps no journal file) */
+  int user_field;     /* size of user fields in integers, 0..16 (0) */
+  int reserved;       /* for future use (1) */
+} PK_SESSION_start_o_t;
+#define PK_SESSION_start_o_m(o) \
+  ((o).o_t_version = 1, (o).journal_file = 0, (o).user_field = 0, (o).reserved = 1)
+
+/* Starts the session: calls fstart, creates the current partition and the
+ * system attribute definitions ("SDL/TYSA_NAME", "SDL/TYSA_UNAME", ...).
+ * Errors: PK_ERROR_frustrum_not_registered, PK_ERROR_already_in_session,
+ * PK_ERROR_bad_user_field_size, PK_ERROR_bad_option_data (a journal file asked
+ * for), PK_ERROR_frustrum_failure (fstart failed). */
+PK_ERROR_code_t PK_SESSION_start(const PK_SESSION_start_o_t* options);
+
+/* Stops the session: deletes every entity, mark and delta (delete_fn), closes
+ * the rollback file, calls fstop. Afterwards every call that needs a session
+ * answers PK_ERROR_not_in_session. */
+PK_ERROR_code_t PK_SESSION_stop(void);
+
+/* Session switches, stored and answered back (the checks themselves are done
+ * by the operations that honour them). */
+PK_ERROR_code_t PK_SESSION_set_check_self_int(PK_LOGICAL_t check);
+PK_ERROR_code_t PK_SESSION_ask_check_self_int(PK_LOGICAL_t* check);
+PK_ERROR_code_t PK_SESSION_set_check_continuity(PK_LOGICAL_t check);
+PK_ERROR_code_t PK_SESSION_ask_check_continuity(PK_LOGICAL_t* check);
+
+typedef struct PK_SESSION_smp_o_s {
+  int o_t_version;                  /* version of this record */
+  PK_thread_t thread_format;        /* (PK_thread_per_processor_c) */
+  int n_threads;                    /* (1) */
+  PK_LOGICAL_t on_single_processor; /* (PK_LOGICAL_false) */
+} PK_SESSION_smp_o_t;
+#define PK_SESSION_smp_o_m(o)                                                   \
+  ((o).o_t_version = 1, (o).thread_format = PK_thread_per_processor_c,          \
+   (o).n_threads = 1, (o).on_single_processor = PK_LOGICAL_false)
+
+typedef struct PK_SESSION_smp_r_s {
+  PK_thread_t thread_format;
+  int n_threads;
+  PK_LOGICAL_t on_single_processor;
+  int n_processors; /* processors found on this machine */
+} PK_SESSION_smp_r_t;
+
+/* Multi-processing: disabled (n_threads 0), per processor (n_threads threads
+ * per processor) or absolute (n_threads threads, 1..8). The kernel then runs its
+ * geometry algorithms in parallel on that many threads, or not at all when the
+ * result is one thread, or when the machine has one processor and
+ * on_single_processor is false. Errors: PK_ERROR_bad_option_data. */
+PK_ERROR_code_t PK_SESSION_set_smp(const PK_SESSION_smp_o_t* options);
+/* What PK_SESSION_set_smp last set (the defaults before). */
+PK_ERROR_code_t PK_SESSION_ask_smp(PK_SESSION_smp_r_t* smp);
+
+PK_ERROR_code_t PK_SESSION_ask_curr_partition(PK_PARTITION_t* partition);
+
+/* ---------------------------------------------------------------------------
+ * Memory: through the frustrum's fmallo / fmfree. Arrays the kernel hands to
+ * callers are allocated the same way and freed with PK_MEMORY_free.
+ * ------------------------------------------------------------------------- */
+
+PK_ERROR_code_t PK_MEMORY_alloc(size_t nbytes, void** pointer);
+PK_ERROR_code_t PK_MEMORY_free(void* pointer);
+
+/* ---------------------------------------------------------------------------
+ * Partition deltas: the application's store for partitioned rollback.
+ * ------------------------------------------------------------------------- */
+
+typedef PK_ERROR_code_t (*PK_DELTA_open_for_write_f_t)(PK_PMARK_t pmark, PK_DELTA_t* key);
+typedef PK_ERROR_code_t (*PK_DELTA_open_for_read_f_t)(PK_DELTA_t key);
+typedef PK_ERROR_code_t (*PK_DELTA_close_f_t)(PK_DELTA_t key);
+typedef PK_ERROR_code_t (*PK_DELTA_write_f_t)(PK_DELTA_t key, unsigned int n_bytes,
+                                              const char* bytes);
+typedef PK_ERROR_code_t (*PK_DELTA_read_f_t)(PK_DELTA_t key, unsigned int n_bytes,
+                                             char* bytes);
+typedef PK_ERROR_code_t (*PK_DELTA_delete_f_t)(PK_DELTA_t key);
+
+typedef struct PK_DELTA_frustrum_s {
+  PK_DELTA_open_for_write_f_t open_for_write_fn;
+  PK_DELTA_open_for_read_f_t open_for_read_fn;
+  PK_DELTA_close_f_t close_fn;
+  PK_DELTA_write_f_t write_fn;
+  PK_DELTA_read_f_t read_fn;
+  PK_DELTA_delete_f_t delete_fn;
+} PK_DELTA_frustrum_t;
+
+/* Registers the delta store; all six functions are required
+ * (PK_ERROR_frustrum_incomplete otherwise). Allowed before or during a session
+ * as long as no pmark exists. Without it pmarks are refused with
+ * PK_ERROR_rollback_not_started. */
+PK_ERROR_code_t PK_DELTA_register_callbacks(const PK_DELTA_frustrum_t* callbacks);
+
+/* ---------------------------------------------------------------------------
+ * Rollback: marks (positions in the undo journal) and partition marks
+ * (positions whose journal stretch lives in the application's delta store).
+ * ------------------------------------------------------------------------- */
+
+/* Makes a pmark at the partition's current state: opens a delta for it
+ * (open_for_write_fn) and writes the previous pmark's stretch of the journal to
+ * the previous delta (write_fn, close_fn). O(changes since the last pmark). */
+PK_ERROR_code_t PK_PARTITION_make_pmark(PK_PARTITION_t partition, PK_PMARK_t* pmark);
+
+typedef struct PK_PMARK_goto_o_s {
+  int o_t_version;                 /* version of this record */
+  PK_LOGICAL_t want_attrib_mod;    /* report entities modified through attributes (true) */
+  PK_LOGICAL_t want_new_entities;  /* return the entities the goto created (true) */
+  PK_LOGICAL_t want_mod_entities;  /* return the entities the goto modified (true) */
+  PK_LOGICAL_t want_del_entities;  /* return the entities the goto deleted (true) */
+  PK_LOGICAL_t want_logged_mod;    /* modifications by logged changes only (false) */
+} PK_PMARK_goto_o_t;
+#define PK_PMARK_goto_o_m(o)                                                   \
+  ((o).o_t_version = 6, (o).want_attrib_mod = PK_LOGICAL_true,                  \
+   (o).want_new_entities = PK_LOGICAL_true, (o).want_mod_entities = PK_LOGICAL_true, \
+   (o).want_del_entities = PK_LOGICAL_true, (o).want_logged_mod = PK_LOGICAL_false)
+
+/* Returns the partition to its state when the pmark was made, reading the
+ * deltas back (open_for_read_fn, read_fn, close_fn) and undoing them newest
+ * first. Pmarks made after it stop existing (no roll-forward). The three arrays
+ * (allocated with PK_MEMORY_alloc, NULL when empty or not wanted) list the
+ * entities the goto created (brought back), modified and deleted (undone
+ * creations). Cost: what changed since the pmark. Errors: PK_ERROR_bad_mark,
+ * PK_ERROR_rollback_not_started, PK_ERROR_delta_failure, PK_ERROR_corrupt_delta. */
+PK_ERROR_code_t PK_PMARK_goto_2(PK_PMARK_t pmark, const PK_PMARK_goto_o_t* options,
+                                int* n_new, PK_ENTITY_t** new_entities, int* n_mod,
+                                PK_ENTITY_t** mod_entities, int* n_del, int** del_entities);
+
+/* Deletes pmarks. Journal stretches no remaining mark can reach are released
+ * (delete_fn). n_deleted / deleted list the pmarks deleted (an array from
+ * PK_MEMORY_alloc, NULL when none). */
+PK_ERROR_code_t PK_PMARK_delete(int n_pmarks, const PK_PMARK_t* pmarks, int* n_deleted,
+                                PK_PMARK_t** deleted);
+
+/* Session marks: O(1) to make; going back costs what changed since. Marks made
+ * after the one gone to stop existing. */
+PK_ERROR_code_t PK_MARK_create(PK_MARK_t* mark);
+PK_ERROR_code_t PK_MARK_goto(PK_MARK_t mark);
+PK_ERROR_code_t PK_MARK_delete(PK_MARK_t mark);
+
+/* ---------------------------------------------------------------------------
+ * The K-interface rollback file.
+ * ------------------------------------------------------------------------- */
+
+#define KI_param_rollback_size 5                /* KI_SEINTP code: rollback file size */
+#define KI_rollback_size_max 1073741824        /* largest size accepted: 1 GiB */
+#define KI_rollback_size_min 4096              /* smallest size accepted */
+#define KI_rollback_size_bad 964               /* size not positive, too small or too large */
+#define KI_cant_open_rollback 928              /* ffoprb failed */
+#define KI_rollback_not_started 929            /* KI_ROLBLM without a mark */
+#define KI_rollback_file_full 930              /* the records do not fit the file */
+#define KI_rollback_failure 931                /* write, seek or read of the file failed */
+#define KI_not_in_session 932
+#define KI_bad_parameter 933                   /* KI_SEINTP with an unknown code */
+
+/* Sets an interface parameter; code 5 is the rollback file size in bytes
+ * (refused with 964 outside KI_rollback_size_min..KI_rollback_size_max, or
+ * once the file is open). */
+void KI_SEINTP(const int* code, const int* ivalue, const double* rvalue, int* ifail);
+/* Sets a rollback mark; opens the rollback file through ffoprb on first use
+ * (928 when it cannot) and records the mark in it. */
+void KI_ROLSMK(int* ifail);
+/* Rolls back to the last mark, writing the records since it to the rollback
+ * file and reading them back with ffseek / ffread. The mark stays. */
+void KI_ROLBLM(int* ifail);
+
+/* ---------------------------------------------------------------------------
+ * Entities
+ * ------------------------------------------------------------------------- */
+
+PK_ERROR_code_t PK_ENTITY_ask_class(PK_ENTITY_t entity, PK_CLASS_t* klass);
+/* is_entity: whether the tag names a live entity (never an error for a dead tag). */
+PK_ERROR_code_t PK_ENTITY_is(PK_ENTITY_t entity, PK_LOGICAL_t* is_entity);
+/* Deletes bodies, assemblies, instances, transforms and attributes, with the
+ * attributes they carry and (for assemblies) their instances. A part referred to
+ * by an instance is refused with PK_ERROR_part_is_instanced. */
+PK_ERROR_code_t PK_ENTITY_delete(int n_entities, const PK_ENTITY_t* entities);
+
+/* ---------------------------------------------------------------------------
+ * Geometry records, bodies, transforms
+ * ------------------------------------------------------------------------- */
+
+typedef struct PK_VECTOR_s {
+  double coord[3];
+} PK_VECTOR_t;
+typedef PK_VECTOR_t PK_VECTOR1_t; /* a unit vector */
+
+typedef struct PK_AXIS2_sf_s {
+  PK_VECTOR_t location;
+  PK_VECTOR1_t axis;          /* local z */
+  PK_VECTOR1_t ref_direction; /* local x, perpendicular to axis */
+} PK_AXIS2_sf_t;
+
+/* Primitive solids; basis_set NULL means the world frame. The block is centred
+ * on the location in x and y and stands on it in z; the cylinder's base centre
+ * is the location, its axis the basis axis; the sphere is centred on the
+ * location. Sizes must be positive and within the 1000 m size box
+ * (PK_ERROR_bad_value). */
+PK_ERROR_code_t PK_BODY_create_solid_block(double x, double y, double z,
+                                           const PK_AXIS2_sf_t* basis_set, PK_BODY_t* body);
+PK_ERROR_code_t PK_BODY_create_solid_cyl(double radius, double height,
+                                         const PK_AXIS2_sf_t* basis_set, PK_BODY_t* body);
+PK_ERROR_code_t PK_BODY_create_solid_sphere(double radius, const PK_AXIS2_sf_t* basis_set,
+                                            PK_BODY_t* body);
+
+PK_ERROR_code_t PK_BODY_ask_type(PK_BODY_t body, PK_BODY_type_t* body_type);
+
+typedef struct PK_TRANSF_sf_s {
+  double matrix[4][4]; /* row-major; translation in matrix[0..2][3], scale in [3][3] */
+} PK_TRANSF_sf_t;
+
+/* A rigid motion with an optional uniform scale; perspective terms must be 0
+ * (PK_ERROR_bad_transf). */
+PK_ERROR_code_t PK_TRANSF_create(const PK_TRANSF_sf_t* transf_sf, PK_TRANSF_t* transf);
+PK_ERROR_code_t PK_TRANSF_ask(PK_TRANSF_t transf, PK_TRANSF_sf_t* transf_sf);
+
+typedef struct PK_BODY_transform_o_s {
+  int o_t_version; /* version of this record */
+} PK_BODY_transform_o_t;
+#define PK_BODY_transform_o_m(o) ((o).o_t_version = 1)
+
+/* Applies the transform to the body's shape in place (the body keeps its tag;
+ * its previous shape is journalled so that a roll-back restores it).
+ * tolerance is accepted for interface compatibility (a rigid motion needs none). */
+PK_ERROR_code_t PK_BODY_transform_2(PK_BODY_t body, PK_TRANSF_t transf, double tolerance,
+                                    const PK_BODY_transform_o_t* options);
+
+/* ---------------------------------------------------------------------------
+ * Assemblies and instances
+ * ------------------------------------------------------------------------- */
+
+PK_ERROR_code_t PK_ASSEMBLY_create_empty(PK_ASSEMBLY_t* assembly);
+
+typedef struct PK_INSTANCE_sf_s {
+  PK_ASSEMBLY_t assembly; /* the assembly the instance belongs to */
+  PK_PART_t part;         /* the part instanced: a body or an assembly */
+  PK_TRANSF_t transf;     /* PK_ENTITY_null: identity */
+} PK_INSTANCE_sf_t;
+
+/* An instance of part in assembly; an assembly may not instance itself or one
+ * of its ancestors (PK_ERROR_bad_value). */
+PK_ERROR_code_t PK_INSTANCE_create(const PK_INSTANCE_sf_t* instance_sf, PK_INSTANCE_t* instance);
+/* The distinct parts the assembly instances, in instance order (array from
+ * PK_MEMORY_alloc; NULL when none). */
+PK_ERROR_code_t PK_ASSEMBLY_ask_parts(PK_ASSEMBLY_t assembly, int* n_parts, PK_PART_t** parts);
+/* The instances that refer to the part (array from PK_MEMORY_alloc; NULL when none). */
+PK_ERROR_code_t PK_PART_ask_ref_instances(PK_PART_t part, int* n_instances,
+                                          PK_INSTANCE_t** instances);
+
+/* ---------------------------------------------------------------------------
+ * Attributes
+ * ------------------------------------------------------------------------- */
+
+/* The attribute definition of that name, or PK_ENTITY_null when none exists (not
+ * an error). System definitions exist from session start: "SDL/TYSA_NAME" (one
+ * string field), "SDL/TYSA_UNAME" (one Unicode string field), among others. */
+PK_ERROR_code_t PK_ATTDEF_find(const char* name, PK_ATTDEF_t* attdef);
+
+PK_ERROR_code_t PK_ATTRIB_create_empty(PK_ENTITY_t owner, PK_ATTDEF_t attdef, PK_ATTRIB_t* attrib);
+PK_ERROR_code_t PK_ATTRIB_set_string(PK_ATTRIB_t attrib, int field_index, const char* string);
+PK_ERROR_code_t PK_ATTRIB_set_ustring(PK_ATTRIB_t attrib, int field_index,
+                                      const PK_UCHAR_t* ustring);
+/* The first attribute of that definition on the entity, PK_ENTITY_null if none. */
+PK_ERROR_code_t PK_ENTITY_ask_first_attrib(PK_ENTITY_t entity, PK_ATTDEF_t attdef,
+                                           PK_ATTRIB_t* attrib);
+/* The string in a field, NULL when the field was never set. The string is owned
+ * by the kernel and stays valid until the attribute changes or the session stops. */
+PK_ERROR_code_t PK_ATTRIB_ask_string(PK_ATTRIB_t attrib, int field_index, char** string);
+PK_ERROR_code_t PK_ATTRIB_ask_ustring(PK_ATTRIB_t attrib, int field_index, PK_UCHAR_t** ustring);
+
+/* ---------------------------------------------------------------------------
+ * Part files (implemented by the XT codec)
+ * ------------------------------------------------------------------------- */
+
+typedef struct PK_PART_receive_o_s {
+  int o_t_version;                      /* version of this record */
+  PK_transmit_format_t transmit_format; /* (PK_transmit_format_neutral_c) */
+  PK_LOGICAL_t receive_user_fields;     /* (PK_LOGICAL_false) */
+} PK_PART_receive_o_t;
+#define PK_PART_receive_o_m(o)                                                   \
+  ((o).o_t_version = 8, (o).transmit_format = PK_transmit_format_neutral_c,      \
+   (o).receive_user_fields = PK_LOGICAL_false)
+
+/* Receives the parts of a transmit file: opens key through ffoprd (guise
+ * transmit, the options' format, header skipped), decodes, builds the parts,
+ * closes. parts is an array from PK_MEMORY_alloc. */
+PK_ERROR_code_t PK_PART_receive(const char* key, const PK_PART_receive_o_t* options,
+                                int* n_parts, PK_PART_t** parts);
+
+typedef struct PK_PART_transmit_o_s {
+  int o_t_version;                      /* version of this record */
+  PK_transmit_format_t transmit_format; /* (PK_transmit_format_neutral_c) */
+  PK_LOGICAL_t transmit_user_fields;    /* (PK_LOGICAL_true) */
+  int transmit_version;                 /* 0: current; else e.g. 70, 100 (0) */
+  PK_LOGICAL_t transmit_nmnl_geometry;  /* (PK_LOGICAL_false) */
+  PK_LOGICAL_t transmit_indexed;        /* indexed data for partial loading (PK_LOGICAL_false) */
+  PK_transmit_meshes_t transmit_meshes; /* (PK_transmit_meshes_separate_c) */
+} PK_PART_transmit_o_t;
+#define PK_PART_transmit_o_m(o)                                                  \
+  ((o).o_t_version = 4, (o).transmit_format = PK_transmit_format_neutral_c,      \
+   (o).transmit_user_fields = PK_LOGICAL_true, (o).transmit_version = 0,         \
+   (o).transmit_nmnl_geometry = PK_LOGICAL_false, (o).transmit_indexed = PK_LOGICAL_false, \
+   (o).transmit_meshes = PK_transmit_meshes_separate_c)
+
+/* Transmits the parts (with the sub-parts of assemblies) under key through
+ * ffopwr; on failure the file is closed with the abandon action. */
+PK_ERROR_code_t PK_PART_transmit(int n_parts, const PK_PART_t* parts, const char* key,
+                                 const PK_PART_transmit_o_t* options);
+
+/* ---------------------------------------------------------------------------
+ * Booleans (implemented with the operations)
+ * ------------------------------------------------------------------------- */
+
+typedef struct PK_BODY_boolean_o_s {
+  int o_t_version;                /* version of this record */
+  PK_boolean_function_t function; /* (PK_boolean_unite_c) */
+  PK_LOGICAL_t merge_imprinted;   /* (PK_LOGICAL_false) */
+  PK_LOGICAL_t allow_disjoint;    /* (PK_LOGICAL_false) */
+  double default_tol;             /* (1.0e-5) */
+  double max_tol;                 /* (0.0) */
+  PK_LOGICAL_t tracking;          /* (PK_LOGICAL_false) */
+} PK_BODY_boolean_o_t;
+#define PK_BODY_boolean_o_m(o)                                                   \
+  ((o).o_t_version = 19, (o).function = PK_boolean_unite_c,                      \
+   (o).merge_imprinted = PK_LOGICAL_false, (o).allow_disjoint = PK_LOGICAL_false, \
+   (o).default_tol = 1.0e-5, (o).max_tol = 0.0, (o).tracking = PK_LOGICAL_false)
+
+typedef struct PK_TOPOL_track_r_s {
+  int n_track_records;
+  void* track_records; /* not filled by this kernel (NULL) */
+} PK_TOPOL_track_r_t;
+
+typedef struct PK_boolean_r_s {
+  PK_boolean_result_t result; /* PK_boolean_result_..._c */
+  int n_bodies;
+  PK_BODY_t* bodies; /* from PK_MEMORY_alloc; NULL when none */
+} PK_boolean_r_t;
+
+/* Unites, subtracts or intersects the target with the tools. On success the
+ * target keeps its tag and gets the new shape, the tools stop existing, and
+ * results lists the resulting bodies (the target first). No clash changes
+ * nothing (21651); a failure leaves every body as it was (21653). */
+PK_ERROR_code_t PK_BODY_boolean_2(PK_BODY_t target, int n_tools, const PK_BODY_t* tools,
+                                  const PK_BODY_boolean_o_t* options,
+                                  PK_TOPOL_track_r_t* tracking, PK_boolean_r_t* results);
+/* Free what PK_BODY_boolean_2 put in its result records. */
+PK_ERROR_code_t PK_TOPOL_track_r_f(PK_TOPOL_track_r_t* tracking);
+PK_ERROR_code_t PK_boolean_r_f(PK_boolean_r_t* results);
+
+/* ---------------------------------------------------------------------------
+ * Topology enquiries and editing (implemented with the operations)
+ * ------------------------------------------------------------------------- */
+
+/* The infinite void region first, then one solid region per solid, then one void
+ * region per cavity. */
+PK_ERROR_code_t PK_BODY_ask_regions(PK_BODY_t body, int* n_regions, PK_REGION_t** regions);
+PK_ERROR_code_t PK_BODY_ask_faces(PK_BODY_t body, int* n_faces, PK_FACE_t** faces);
+PK_ERROR_code_t PK_REGION_ask_shells(PK_REGION_t region, int* n_shells, PK_SHELL_t** shells);
+PK_ERROR_code_t PK_REGION_is_solid(PK_REGION_t region, PK_LOGICAL_t* is_solid);
+/* Positive: the shell's region lies inside it; negative: outside. */
+PK_ERROR_code_t PK_SHELL_find_sign(PK_SHELL_t shell, PK_SHELL_sign_t* sign);
+PK_ERROR_code_t PK_SHELL_ask_oriented_faces(PK_SHELL_t shell, int* n_faces, PK_FACE_t** faces,
+                                            PK_LOGICAL_t** orients);
+/* Deletes faces: whole shells directly, other sets healing their neighbours as
+ * heal_action says. */
+PK_ERROR_code_t PK_FACE_delete(int n_faces, const PK_FACE_t* faces, PK_FACE_heal_t heal_action);
 
 #ifdef __cplusplus
 }
