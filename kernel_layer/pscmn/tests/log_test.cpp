@@ -1,0 +1,159 @@
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "PSCLog.h"
+#include "TestSupport.h"
+#include "ax_Message.h"
+
+namespace {
+
+std::vector<std::string> g_displayed;
+
+class MessageLogTest : public ::testing::Test {
+ protected:
+  void SetUp() override { g_displayed.clear(); }
+  void TearDown() override {
+    PSCTerminateLog();
+    PSCSetLogFilterHook(nullptr);
+    PSCSetLogObserverHook(nullptr);
+    ax_RegisterDisplayCallback(nullptr);
+  }
+  static std::string logText() { return meldtest::readFile("run.log"); }
+
+  meldtest::ScopedWorkDir m_dir;
+  meldtest::ScopedEnv m_axdbg{"AXDBG", nullptr};
+  meldtest::ScopedEnv m_vtdbg{"VTDBG", nullptr};
+  meldtest::ScopedEnv m_quil{"QUIL_DBG_PRINT", nullptr};
+  meldtest::ScopedEnv m_echoOff{"VTX_DBG_PRINT", "0"};  // echo survives terminate; reset it
+};
+
+TEST_F(MessageLogTest, DefaultNameIsUsedAndTheFileIsTruncated) {
+  meldtest::writeFile("ps_trans.out", "old contents");
+  ASSERT_EQ(PSCInitializeLog(nullptr, nullptr), 0);
+  EXPECT_EQ(PSCTerminateLog(), 0);
+  EXPECT_EQ(meldtest::readFile("ps_trans.out"), "");
+  ASSERT_EQ(PSCInitializeLog("", nullptr), 0);
+  PSCWriteLog(10, 0, "line\n");
+  PSCTerminateLog();
+  EXPECT_EQ(meldtest::readFile("ps_trans.out"), "line\n");
+}
+
+TEST_F(MessageLogTest, DetailLevelsNeedTheDebugLevel) {
+  ASSERT_EQ(PSCInitializeLog("run.log", nullptr), 0);
+  EXPECT_EQ(PSCGetLogLevel(), 0);
+  EXPECT_EQ(PSCWriteLog(11, 0, "hidden\n"), 0);
+  EXPECT_EQ(PSCWriteLog(10, 0, "transcript\n"), 0);
+  EXPECT_EQ(logText(), "transcript\n");
+
+  meldtest::ScopedEnv vtdbg("VTDBG", "2");
+  ASSERT_EQ(PSCInitializeLog("run.log", nullptr), 0);  // re-initialising warns on stdout
+  PSCWriteLog(11, 0, "eleven\n");
+  PSCWriteLog(12, 0, "twelve\n");
+  PSCWriteLog(13, 0, "thirteen\n");
+  EXPECT_EQ(logText(), "eleven\ntwelve\n");
+}
+
+TEST_F(MessageLogTest, LaterDebugVariableWins) {
+  {
+    meldtest::ScopedEnv axdbg("AXDBG", "3");
+    meldtest::ScopedEnv vtdbg("VTDBG", "0");
+    PSCInitializeLog("run.log", nullptr);
+    EXPECT_EQ(PSCGetLogLevel(), 0);
+    PSCTerminateLog();
+  }
+  meldtest::ScopedEnv axdbg("AXDBG", "3");
+  PSCInitializeLog("run.log", nullptr);
+  EXPECT_EQ(PSCGetLogLevel(), 3);
+  EXPECT_EQ(PSCTerminateLog(), 0);
+  EXPECT_EQ(PSCGetLogLevel(), 0);
+}
+
+TEST_F(MessageLogTest, InvalidLevelsAreRefusedOnStandardOutput) {
+  PSCInitializeLog("run.log", nullptr);
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(PSCWriteLog(9, 0, "x"), 1);
+  EXPECT_EQ(PSCWriteLog(20, 0, "x"), 1);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "/PSCWriteLog/ Invalid call PSCWriteLog for 'iMessageLevel'=9 !!\n"
+            "/PSCWriteLog/ Invalid call PSCWriteLog for 'iMessageLevel'=20 !!\n");
+  EXPECT_EQ(logText(), "");
+}
+
+TEST_F(MessageLogTest, OnlyTheTranscriptIsCutTo1029Characters) {
+  meldtest::ScopedEnv vtdbg("VTDBG", "1");
+  PSCInitializeLog("run.log", nullptr);
+  const std::string longText(2000, 'a');
+  PSCWriteLog(10, 0, longText.c_str());
+  EXPECT_EQ(logText(), longText.substr(0, 1029));
+  PSCWriteLog(11, 0, longText.c_str());
+  EXPECT_EQ(logText(), longText.substr(0, 1029) + longText);
+}
+
+TEST_F(MessageLogTest, ConsoleEchoFollowsTheLaterVariableAndNeedsAnOpenLog) {
+  {
+    meldtest::ScopedEnv quil("QUIL_DBG_PRINT", "1");  // VTX_DBG_PRINT "0" overrides it
+    PSCInitializeLog("run.log", nullptr);
+    testing::internal::CaptureStdout();
+    PSCWriteLog(10, 0, "quiet\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    PSCTerminateLog();
+  }
+  meldtest::ScopedEnv echo("VTX_DBG_PRINT", "1");
+  PSCInitializeLog("run.log", nullptr);
+  testing::internal::CaptureStdout();
+  PSCWriteLog(10, 0, "shown\n");
+  PSCTerminateLog();
+  PSCWriteLog(10, 0, "closed\n");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "shown\n");
+}
+
+TEST_F(MessageLogTest, DoubleInitialisationWarnsAndTruncates) {
+  PSCInitializeLog("run.log", nullptr);
+  PSCWriteLog(10, 0, "first\n");
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(PSCInitializeLog("run.log", nullptr), 0);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "/PSCInitializeLog/ log file already opend !!\n");
+  EXPECT_EQ(logText(), "");
+}
+
+TEST_F(MessageLogTest, UncreatableLogGives1021AndStillDisplays) {
+  ax_RegisterDisplayCallback([](int, int, const char* text) { g_displayed.push_back(text); });
+  EXPECT_EQ(PSCInitializeLog("no-such-folder/run.log", nullptr), 1021);
+  EXPECT_EQ(PSCWriteLog(10, 0, "to display\n"), 0);
+  EXPECT_EQ(g_displayed, std::vector<std::string>{"to display\n"});
+}
+
+TEST_F(MessageLogTest, CatalogueFormatsNumberedTranscriptMessages) {
+  meldtest::writeFile("messages.cat", "1004 Phase: %s\n");
+  ASSERT_EQ(PSCInitializeLog("run.log", "messages.cat"), 0);
+  PSCWriteLog(10, 1004, "load");
+  PSCWriteLog(10, 0, "|");
+  PSCWriteLog(10, 77, "unknown id stays");
+  PSCTerminateLog();
+  EXPECT_EQ(logText(), "Phase: load|unknown id stays");
+  PSCInitializeLog("run.log", nullptr);  // the catalogue was closed with the log
+  PSCWriteLog(10, 1004, "load");
+  EXPECT_EQ(logText(), "load");
+}
+
+TEST_F(MessageLogTest, FilterTakesMessagesAndObserverSeesValidOnes) {
+  static std::vector<std::string> observed;
+  observed.clear();
+  PSCSetLogFilterHook([](int level, unsigned, const char*) { return level == 12; });
+  PSCSetLogObserverHook([](int level, const char* text) {
+    observed.push_back(std::to_string(level) + text);
+  });
+  PSCInitializeLog("run.log", nullptr);
+  EXPECT_EQ(PSCWriteLog(12, 0, "filtered"), 0);
+  EXPECT_EQ(PSCWriteLog(11, 0, "below debug level"), 0);
+  EXPECT_EQ(PSCWriteLog(10, 0, "kept"), 0);
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(PSCWriteLog(25, 0, "invalid"), 1);
+  testing::internal::GetCapturedStdout();
+  EXPECT_EQ(observed, (std::vector<std::string>{"11below debug level", "10kept"}));
+  EXPECT_EQ(logText(), "kept");
+}
+
+}  // namespace
