@@ -1,0 +1,142 @@
+// Reading and writing through the frustrum as the kernel does: open by key,
+// write, close, reopen with the header skipped and read the same bytes back.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "frustrum_test_helpers.h"
+
+using namespace frutest;
+
+namespace {
+
+class FrustrumIo : public FrustrumTest {};
+
+TEST_F(FrustrumIo, TextRoundTripReturnsLinesAfterHeader) {
+  Opened out = openWrite(kTransmit, kText, "part", "SCH=SCH_3400000_34000;USFLD_SIZE=0;");
+  ASSERT_EQ(out.ifail, 0);
+  EXPECT_EQ(out.strid, 1);
+  ASSERT_EQ(write(kTransmit, out.strid, "T51 : TRANSMIT FILE\n"), 0);
+  ASSERT_EQ(write(kTransmit, out.strid, "x"), 0);  // a single character
+  ASSERT_EQ(write(kTransmit, out.strid, "\n"), 0);
+  ASSERT_EQ(write(kTransmit, out.strid, "1 2 3 4\n"), 0);
+  ASSERT_EQ(close(kTransmit, out.strid), 0);
+
+  Opened in = openRead(kTransmit, kText, "result");
+  ASSERT_EQ(in.ifail, 0);
+  std::string piece;
+  ASSERT_EQ(read(kTransmit, in.strid, 100, piece), 0);
+  EXPECT_EQ(piece, "T51 : TRANSMIT FILE\n");
+  ASSERT_EQ(read(kTransmit, in.strid, 1, piece), 0);
+  EXPECT_EQ(piece, "x");
+  ASSERT_EQ(read(kTransmit, in.strid, 1, piece), 0);
+  EXPECT_EQ(piece, "\n");
+  ASSERT_EQ(read(kTransmit, in.strid, 3, piece), 0);  // a line longer than nmax
+  EXPECT_EQ(piece, "1 2");
+  ASSERT_EQ(read(kTransmit, in.strid, 100, piece), 0);
+  EXPECT_EQ(piece, " 3 4\n");
+  EXPECT_EQ(read(kTransmit, in.strid, 100, piece), PK_FR_end_of_file);
+  EXPECT_EQ(read(kTransmit, in.strid, 1, piece), PK_FR_end_of_file);
+  EXPECT_EQ(close(kTransmit, in.strid), 0);
+}
+
+TEST_F(FrustrumIo, BinaryRoundTripKeepsEveryByte) {
+  const std::string data("\x00\x01\r\n\xff;PS\x00\n", 10);
+  Opened out = openWrite(kTransmit, kBinary, "part", "SCH=S;");
+  ASSERT_EQ(out.ifail, 0);
+  ASSERT_EQ(write(kTransmit, out.strid, data), 0);
+  ASSERT_EQ(close(kTransmit, out.strid), 0);
+
+  Opened in = openRead(kTransmit, kBinary, "result");
+  ASSERT_EQ(in.ifail, 0);
+  int last = -1;
+  EXPECT_EQ(readToEnd(kTransmit, in.strid, 4, &last), data);
+  EXPECT_EQ(last, PK_FR_end_of_file);
+}
+
+TEST_F(FrustrumIo, WithoutSkipRequestHeaderIsData) {
+  Opened out = openWrite(kTransmit, kText, "part");
+  ASSERT_EQ(close(kTransmit, out.strid), 0);
+  Opened in = openRead(kTransmit, kText, "result", 0);
+  ASSERT_EQ(in.ifail, 0);
+  std::string line;
+  ASSERT_EQ(read(kTransmit, in.strid, 200, line), 0);
+  EXPECT_EQ(line.substr(0, 28), "**ABCDEFGHIJKLMNOPQRSTUVWXYZ");
+}
+
+TEST_F(FrustrumIo, CarriageReturnLineFeedReadsAsLineFeed) {
+  meldtest::writeFile("dos.x_t", "first\r\nsecond\r\nlone\rcr\n");
+  Opened in = openRead(kTransmit, kText, "dos", 0);
+  ASSERT_EQ(in.ifail, 0);
+  std::string line;
+  ASSERT_EQ(read(kTransmit, in.strid, 100, line), 0);
+  EXPECT_EQ(line, "first\n");
+  ASSERT_EQ(read(kTransmit, in.strid, 100, line), 0);
+  EXPECT_EQ(line, "second\n");
+  ASSERT_EQ(read(kTransmit, in.strid, 100, line), 0);
+  EXPECT_EQ(line, "lone\rcr\n");
+}
+
+TEST_F(FrustrumIo, AbandonedOutputIsDeletedOtherClosesKeepFiles) {
+  Opened kept = openWrite(PK_FR_guise_snapshot, kBinary, "kept");
+  Opened abandoned = openWrite(PK_FR_guise_snapshot, kBinary, "gone");
+  ASSERT_EQ(kept.ifail, 0);
+  ASSERT_EQ(abandoned.ifail, 0);
+  EXPECT_EQ(close(PK_FR_guise_snapshot, kept.strid, PK_FR_close_normal), 0);
+  EXPECT_EQ(close(PK_FR_guise_snapshot, abandoned.strid, PK_FR_close_abandon), 0);
+  EXPECT_TRUE(exists("kept.snp_bin"));
+  EXPECT_FALSE(exists("gone.snp_bin"));
+  // Abandoning a file that was only read leaves it alone.
+  Opened in = openRead(PK_FR_guise_snapshot, kBinary, "kept");
+  ASSERT_EQ(in.ifail, 0);
+  EXPECT_EQ(close(PK_FR_guise_snapshot, in.strid, PK_FR_close_abandon), 0);
+  EXPECT_TRUE(exists("kept.snp_bin"));
+}
+
+TEST_F(FrustrumIo, JournalWritesReachTheDiskAtOnce) {
+  Opened journal = openWrite(PK_FR_guise_journal, kText, "session");
+  ASSERT_EQ(journal.ifail, 0);
+  ASSERT_EQ(write(PK_FR_guise_journal, journal.strid, "CALL PK_BODY_boolean_2\n"), 0);
+  std::string onDisk = fileText("session.jnl_txt");
+  EXPECT_EQ(onDisk.substr(onDisk.size() - 23), "CALL PK_BODY_boolean_2\n");
+}
+
+TEST_F(FrustrumIo, WrongGuiseModeOrStreamIsRefused) {
+  Opened out = openWrite(kTransmit, kText, "part");
+  ASSERT_EQ(out.ifail, 0);
+  std::string piece;
+  EXPECT_EQ(read(kTransmit, out.strid, 10, piece), PK_FR_unspecified);  // written, not read
+  EXPECT_EQ(write(PK_FR_guise_journal, out.strid, "x\n"), PK_FR_unspecified);
+  EXPECT_EQ(write(kTransmit, out.strid + 7, "x\n"), PK_FR_unspecified);
+  EXPECT_EQ(close(kTransmit, out.strid + 7), PK_FR_close_fail);
+  ASSERT_EQ(close(kTransmit, out.strid), 0);
+
+  Opened in = openRead(kTransmit, kText, "result");
+  ASSERT_EQ(in.ifail, 0);
+  EXPECT_EQ(write(kTransmit, in.strid, "x\n"), PK_FR_unspecified);  // read, not written
+  EXPECT_EQ(read(PK_FR_guise_schema, in.strid, 10, piece), PK_FR_unspecified);
+  EXPECT_EQ(read(kTransmit, in.strid, 0, piece), PK_FR_unspecified);
+}
+
+TEST_F(FrustrumIo, OpenFailuresGiveTheirCodesAndNoStream) {
+  Opened missing = openRead(kTransmit, kText, "no_such_part");
+  EXPECT_EQ(missing.ifail, PK_FR_not_found);
+  EXPECT_EQ(missing.strid, -1);
+  char key[301];
+  PSCSetOutputFile("no_such_dir/result", key);
+  Opened unwritable = openWrite(kTransmit, kText, key);
+  EXPECT_EQ(unwritable.ifail, PK_FR_could_not_open);
+  EXPECT_EQ(unwritable.strid, -1);
+}
+
+TEST_F(FrustrumIo, HeaderFailureLeavesStreamTakenUntilStop) {
+  meldtest::writeFile("cut.x_t", std::string("**ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz") +
+                                     std::string(26, '*') + "\n**PART1;\n");
+  Opened cut = openRead(kTransmit, kText, "cut");
+  EXPECT_EQ(cut.ifail, PK_FR_end_of_file);
+  EXPECT_EQ(cut.strid, -1);
+  Opened next = openWrite(kTransmit, kText, "part");
+  EXPECT_EQ(next.strid, 2);  // stream 1 still belongs to the failed open
+}
+
+}  // namespace
