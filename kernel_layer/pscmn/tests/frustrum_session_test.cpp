@@ -1,0 +1,193 @@
+// Frustrum life cycle: nested starts and stops, the stream-number limit,
+// memory, the record handed to the kernel, and the rollback scratch file.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "frustrum_test_helpers.h"
+
+using namespace frutest;
+
+namespace {
+
+class FrustrumSession : public FrustrumTest {};
+
+Opened openJournal(int n) {
+  return openWrite(PK_FR_guise_journal, kBinary, "j" + std::to_string(n));
+}
+
+TEST(FrustrumNotStarted, EverySlotButStartAnswers99) {
+  meldtest::ScopedWorkDir dir;
+  EXPECT_EQ(stop(), PK_FR_unspecified);
+  EXPECT_EQ(openRead(kTransmit, kText, "x").ifail, PK_FR_unspecified);
+  EXPECT_EQ(openWrite(kTransmit, kText, "x").ifail, PK_FR_unspecified);
+  EXPECT_EQ(openRollback().ifail, PK_FR_unspecified);
+  EXPECT_EQ(close(kTransmit, 1), PK_FR_unspecified);
+  int nbytes = 16, ifail = -1;
+  char* memory = reinterpret_cast<char*>(&nbytes);
+  FMALLO(&nbytes, &memory, &ifail);
+  EXPECT_EQ(ifail, PK_FR_unspecified);
+  EXPECT_EQ(memory, nullptr);
+  EXPECT_FALSE(std::filesystem::exists("x.x_t"));
+}
+
+TEST_F(FrustrumSession, NestedStartsCloseFilesOnlyAtLastStop) {
+  Opened out = openWrite(kTransmit, kText, "part");
+  ASSERT_EQ(out.ifail, 0);
+  ASSERT_EQ(start(), 0);
+  ASSERT_EQ(stop(), 0);
+  EXPECT_EQ(write(kTransmit, out.strid, "still open\n"), 0);
+  ASSERT_EQ(stop(), 0);
+  EXPECT_EQ(write(kTransmit, out.strid, "closed\n"), PK_FR_unspecified);
+  EXPECT_EQ(stop(), PK_FR_unspecified);
+  std::string written = fileText("result.x_t");
+  EXPECT_EQ(written.substr(written.size() - 11), "still open\n");
+  // A new session hands out stream numbers from 1 again.
+  ASSERT_EQ(start(), 0);
+  EXPECT_EQ(openJournal(0).strid, 1);
+}
+
+TEST_F(FrustrumSession, ThirtyThirdStreamIsRefusedLowestFreeNumberReused) {
+  for (int n = 0; n < 32; ++n) {
+    Opened journal = openJournal(n);
+    ASSERT_EQ(journal.ifail, 0);
+    ASSERT_EQ(journal.strid, n + 1);
+  }
+  Opened refused = openJournal(32);
+  EXPECT_EQ(refused.ifail, PK_FR_open_fail);
+  EXPECT_EQ(refused.strid, -1);
+  EXPECT_EQ(openRead(PK_FR_guise_journal, kBinary, "j0").ifail, PK_FR_open_fail);
+  EXPECT_EQ(openRollback().ifail, PK_FR_open_fail);
+  EXPECT_FALSE(exists("j32.jnl_bin"));
+
+  ASSERT_EQ(close(PK_FR_guise_journal, 9), 0);
+  ASSERT_EQ(close(PK_FR_guise_journal, 5), 0);
+  EXPECT_EQ(openJournal(40).strid, 5);
+  EXPECT_EQ(openJournal(41).strid, 9);
+}
+
+TEST_F(FrustrumSession, MemoryIsHandedOutAndTakenBack) {
+  int nbytes = 1000, ifail = -1;
+  char* memory = nullptr;
+  FMALLO(&nbytes, &memory, &ifail);
+  ASSERT_EQ(ifail, 0);
+  ASSERT_NE(memory, nullptr);
+  memory[0] = 'a';
+  memory[999] = 'z';
+  FMFREE(&nbytes, &memory, &ifail);
+  EXPECT_EQ(ifail, 0);
+  nbytes = -1;
+  FMALLO(&nbytes, &memory, &ifail);
+  EXPECT_EQ(ifail, PK_FR_unspecified);
+}
+
+TEST_F(FrustrumSession, RecordHoldsTheNineteenSlotsInKernelOrder) {
+  PK_SESSION_frustrum_t record;
+  PSCFillFrustrum(&record);
+  EXPECT_EQ(record.fstart, FSTART);
+  EXPECT_EQ(record.fabort, FABORT);
+  EXPECT_EQ(record.fstop, FSTOP);
+  EXPECT_EQ(record.fmallo, FMALLO);
+  EXPECT_EQ(record.fmfree, FMFREE);
+  EXPECT_EQ(record.gosgmt, GOSGMT);
+  EXPECT_EQ(record.goopsg, GOOPSG);
+  EXPECT_EQ(record.goclsg, GOCLSG);
+  EXPECT_EQ(record.gopixl, GOPIXL);
+  EXPECT_EQ(record.gooppx, GOOPPX);
+  EXPECT_EQ(record.goclpx, GOCLPX);
+  EXPECT_EQ(record.ffoprd, FFOPRD);
+  EXPECT_EQ(record.ffopwr, FFOPWR);
+  EXPECT_EQ(record.ffclos, FFCLOS);
+  EXPECT_EQ(record.ffread, FFREAD);
+  EXPECT_EQ(record.ffwrit, FFWRIT);
+  EXPECT_EQ(record.ffoprb, FFOPRB);
+  EXPECT_EQ(record.ffseek, FFSEEK);
+  EXPECT_EQ(record.fftell, FFTELL);
+  for (PK_FOREIGN_f_t slot : {record.fgcrcu, record.fgcrsu, record.fgevcu, record.fgevsu,
+                              record.fgprcu, record.fgprsu, record.ucoprd, record.ucopwr}) {
+    EXPECT_EQ(slot, nullptr);
+  }
+  int ifail = -1;
+  record.gosgmt(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &ifail);
+  EXPECT_EQ(ifail, 0);
+  ifail = -1;
+  record.gopixl(nullptr, nullptr, nullptr, nullptr, &ifail);
+  EXPECT_EQ(ifail, 0);
+}
+
+class RollbackFile : public FrustrumTest {
+ protected:
+  std::string tempDir() { return (m_dir.path() / "tmp").string(); }
+};
+
+TEST_F(RollbackFile, SeekTellAndDeleteOnClose) {
+  std::filesystem::create_directory(tempDir());
+  meldtest::ScopedEnv tmpdir("TMPDIR", tempDir().c_str());  // no trailing '/'
+  int actsize = 0;
+  Opened scratch = openRollback(50000, &actsize);
+  ASSERT_EQ(scratch.ifail, 0);
+  EXPECT_EQ(actsize, 50000);
+  EXPECT_TRUE(std::filesystem::exists(tempDir() + "/rollback.001"));
+
+  const int guise = PK_FR_guise_rollback;
+  std::string data;
+  for (int i = 0; i < 100; ++i) data += static_cast<char>(i);
+  ASSERT_EQ(write(guise, scratch.strid, data), 0);
+  int position = -1, ifail = -1;
+  FFTELL(&guise, &scratch.strid, &position, &ifail);
+  EXPECT_EQ(position, 100);
+  position = 10;
+  FFSEEK(&guise, &scratch.strid, &position, &ifail);
+  ASSERT_EQ(ifail, 0);
+  std::string piece;
+  ASSERT_EQ(read(guise, scratch.strid, 5, piece), 0);
+  EXPECT_EQ(piece, data.substr(10, 5));
+  FFTELL(&guise, &scratch.strid, &position, &ifail);
+  EXPECT_EQ(position, 15);
+
+  EXPECT_EQ(close(guise, scratch.strid), 0);
+  EXPECT_FALSE(std::filesystem::exists(tempDir() + "/rollback.001"));
+}
+
+TEST_F(RollbackFile, PositioningOnlyForRollbackGuiseAndStream) {
+  meldtest::ScopedEnv tmpdir("TMPDIR", (m_dir.path().string() + "/").c_str());
+  Opened scratch = openRollback();
+  Opened part = openWrite(kTransmit, kText, "part");
+  int rollback = PK_FR_guise_rollback, transmit = kTransmit, position = 0, ifail = -1;
+  FFSEEK(&transmit, &scratch.strid, &position, &ifail);
+  EXPECT_EQ(ifail, PK_FR_unspecified);
+  FFTELL(&rollback, &part.strid, &position, &ifail);
+  EXPECT_EQ(ifail, PK_FR_unspecified);
+  position = -5;
+  FFSEEK(&rollback, &scratch.strid, &position, &ifail);
+  EXPECT_EQ(ifail, PK_FR_unspecified);
+  int minsize = 1, maxsize = 2, actsize = 0, strid = 0;
+  FFOPRB(&transmit, &minsize, &maxsize, &actsize, &strid, &ifail);
+  EXPECT_EQ(ifail, PK_FR_unspecified);
+}
+
+TEST_F(RollbackFile, EnvironmentNamesTheFileLaterVariableWins) {
+  {
+    meldtest::ScopedEnv quil("QUIL_ROLBK_FILE", "quil_scratch");
+    Opened scratch = openRollback();
+    ASSERT_EQ(scratch.ifail, 0);
+    EXPECT_TRUE(exists("quil_scratch.001"));
+    EXPECT_EQ(close(PK_FR_guise_rollback, scratch.strid), 0);
+    meldtest::ScopedEnv vtx("VTX_ROLBK_FILE", "vtx_scratch");
+    scratch = openRollback();
+    EXPECT_TRUE(exists("vtx_scratch.001"));
+    EXPECT_FALSE(exists("quil_scratch.001"));
+  }
+  // A temporary directory too long to build a name on: the working directory.
+  meldtest::ScopedEnv tmpdir("TMPDIR", ("/" + std::string(260, 'd')).c_str());
+  Opened scratch = openRollback();
+  ASSERT_EQ(scratch.ifail, 0);
+  EXPECT_TRUE(exists("rollback.001"));
+}
+
+TEST_F(RollbackFile, UncreatableScratchFileGives10) {
+  meldtest::ScopedEnv vtx("VTX_ROLBK_FILE", "no_such_dir/scratch");
+  EXPECT_EQ(openRollback().ifail, PK_FR_open_fail);
+}
+
+}  // namespace
