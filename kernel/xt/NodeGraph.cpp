@@ -1,0 +1,176 @@
+#include "NodeGraph.h"
+
+#include <cstring>
+
+#include "XtError.h"
+
+namespace meld::xt {
+
+const char* formatName(Format format) {
+  switch (format) {
+    case Format::Text: return "text";
+    case Format::NeutralBinary: return "neutral binary";
+    case Format::TypedBinary: return "typed binary";
+  }
+  return "?";
+}
+
+std::string PartHeader::value(const std::string& key) const {
+  for (const auto* part : {&part1, &part2, &part3})
+    for (const auto& [k, v] : *part)
+      if (k == key) return v;
+  return {};
+}
+
+int StreamPrefix::schemaNumber() const {
+  // SCH_<version>_<schema>[_<base>]
+  size_t first = schemaKey.find('_');
+  size_t second = first == std::string::npos ? first : schemaKey.find('_', first + 1);
+  if (second == std::string::npos) return 0;
+  int number = 0;
+  for (size_t i = second + 1; i < schemaKey.size() && schemaKey[i] != '_'; ++i) {
+    if (schemaKey[i] < '0' || schemaKey[i] > '9' || number > 100000000) return 0;
+    number = number * 10 + (schemaKey[i] - '0');
+  }
+  return number;
+}
+
+size_t FieldView::elements() const {
+  if (!def) return 0;
+  if (isIntegerType(def->type)) return ints.size();
+  return reals.size() / static_cast<size_t>(realsPerElement(def->type));
+}
+
+std::string FieldView::text() const {
+  std::string out;
+  out.reserve(ints.size());
+  for (int64_t c : ints) out.push_back(static_cast<char>(c));
+  return out;
+}
+
+bool FieldView::isNull() const {
+  for (int64_t v : ints)
+    if (v == kNullInt) return true;
+  for (double v : reals)
+    if (v == kNullReal) return true;
+  return false;
+}
+
+FieldView Graph::field(size_t node, size_t fieldNo) const {
+  const Node& n = m_nodes.at(node);
+  const Slot& slot = m_slots.at(n.firstSlot + fieldNo);
+  FieldView view;
+  view.def = &n.layout->fields.at(fieldNo);
+  if (isIntegerType(view.def->type))
+    view.ints = std::span<const int64_t>(m_ints.data() + slot.begin, slot.count);
+  else
+    view.reals = std::span<const double>(m_reals.data() + slot.begin, slot.count);
+  return view;
+}
+
+FieldView Graph::field(size_t node, std::string_view name) const {
+  int at = m_nodes.at(node).layout->find(name);
+  return at < 0 ? FieldView{} : field(node, static_cast<size_t>(at));
+}
+
+std::span<const int64_t> Graph::userField(size_t node) const {
+  const Node& n = m_nodes.at(node);
+  if (!n.hasUserField) return {};
+  const Slot& slot = m_slots.at(n.firstSlot + n.layout->fields.size());
+  return {m_ints.data() + slot.begin, slot.count};
+}
+
+long Graph::find(int64_t index) const {
+  auto it = m_byIndex.find(index);
+  return it == m_byIndex.end() ? -1 : static_cast<long>(it->second);
+}
+
+std::map<std::string, int> Graph::countByType() const {
+  std::map<std::string, int> counts;
+  for (const Node& n : m_nodes) ++counts[n.layout->name];
+  return counts;
+}
+
+void Graph::adopt(LayoutPtr layout) { m_layouts.push_back(std::move(layout)); }
+
+void Graph::reserve(size_t nodes, size_t ints, size_t reals) {
+  m_nodes.reserve(nodes);
+  m_slots.reserve(nodes * 8);
+  m_ints.reserve(ints);
+  m_reals.reserve(reals);
+  m_byIndex.reserve(nodes);
+}
+
+void Graph::beginNode(const NodeLayout& layout, int64_t index, uint32_t varLength) {
+  if (!m_byIndex.emplace(index, static_cast<uint32_t>(m_nodes.size())).second)
+    throw XtError("duplicate node index " + std::to_string(index));
+  m_nodes.push_back(Node{layout.code, index, &layout, static_cast<uint32_t>(m_slots.size()),
+                         varLength, false});
+}
+
+int64_t* Graph::addIntField(size_t count) {
+  m_slots.push_back(Slot{static_cast<uint32_t>(m_ints.size()), static_cast<uint32_t>(count)});
+  m_ints.resize(m_ints.size() + count);
+  return m_ints.data() + m_ints.size() - count;
+}
+
+double* Graph::addRealField(size_t doubles) {
+  m_slots.push_back(Slot{static_cast<uint32_t>(m_reals.size()), static_cast<uint32_t>(doubles)});
+  m_reals.resize(m_reals.size() + doubles);
+  return m_reals.data() + m_reals.size() - doubles;
+}
+
+int64_t* Graph::addUserField(size_t count) {
+  m_nodes.back().hasUserField = true;
+  return addIntField(count);
+}
+
+int Graph::resolvePointers() {
+  int dangling = 0;
+  for (const Node& n : m_nodes) {
+    for (size_t f = 0; f < n.layout->fields.size(); ++f) {
+      if (n.layout->fields[f].type != 'p') continue;
+      const Slot& slot = m_slots[n.firstSlot + f];
+      for (uint32_t i = 0; i < slot.count; ++i) {
+        int64_t& target = m_ints[slot.begin + i];
+        if (target != 0 && m_byIndex.find(target) == m_byIndex.end()) {
+          target = 0;
+          ++dangling;
+        }
+      }
+    }
+  }
+  return dangling;
+}
+
+static std::string nodeName(const Graph::Node& n) {
+  return n.layout->name + " " + std::to_string(n.index);
+}
+
+bool sameGraph(const Graph& a, const Graph& b, std::string* why) {
+  auto fail = [&](const std::string& text) {
+    if (why) *why = text;
+    return false;
+  };
+  if (a.size() != b.size())
+    return fail("node counts differ: " + std::to_string(a.size()) + " vs " + std::to_string(b.size()));
+  for (size_t i = 0; i < a.size(); ++i) {
+    const auto& na = a.nodes()[i];
+    const auto& nb = b.nodes()[i];
+    if (na.type != nb.type || na.index != nb.index)
+      return fail("node " + std::to_string(i) + ": " + nodeName(na) + " vs " + nodeName(nb));
+    if (!na.layout->sameFields(*nb.layout)) return fail(nodeName(na) + ": layouts differ");
+    for (size_t f = 0; f < na.layout->fields.size(); ++f) {
+      FieldView fa = a.field(i, f), fb = b.field(i, f);
+      bool same = std::equal(fa.ints.begin(), fa.ints.end(), fb.ints.begin(), fb.ints.end()) &&
+                  std::equal(fa.reals.begin(), fa.reals.end(), fb.reals.begin(), fb.reals.end());
+      if (!same) return fail(nodeName(na) + " field " + fa.def->name + ": values differ");
+    }
+    auto ua = a.userField(i), ub = b.userField(i);
+    if (!std::equal(ua.begin(), ua.end(), ub.begin(), ub.end()))
+      return fail(nodeName(na) + ": user fields differ");
+  }
+  return true;
+}
+
+}  // namespace meld::xt

@@ -1,0 +1,185 @@
+#include "Schema.h"
+
+#include <charconv>
+
+#include "SchemaTable.h"
+#include "XtError.h"
+
+namespace meld::xt {
+
+bool isIntegerType(char type) {
+  switch (type) {
+    case 'u': case 'c': case 'l': case 'n': case 'w': case 'd': case 'p':
+      return true;
+    default:
+      return false;
+  }
+}
+
+int realsPerElement(char type) {
+  switch (type) {
+    case 'f': return 1;
+    case 'i': return 2;
+    case 'v': case 'h': return 3;
+    case 'b': return 6;
+    default: return 0;
+  }
+}
+
+bool isRealType(char type) { return realsPerElement(type) > 0; }
+
+int NodeLayout::find(std::string_view fieldName) const {
+  for (size_t i = 0; i < fields.size(); ++i)
+    if (fields[i].name == fieldName) return static_cast<int>(i);
+  return -1;
+}
+
+void Schema::set(LayoutPtr layout) { m_layouts[layout->code] = std::move(layout); }
+
+LayoutPtr Schema::get(int code) const {
+  auto it = m_layouts.find(code);
+  return it == m_layouts.end() ? nullptr : it->second;
+}
+
+LayoutPtr Schema::byName(std::string_view name) const {
+  for (const auto& [code, layout] : m_layouts)
+    if (layout->name == name) return layout;
+  return nullptr;
+}
+
+NodeLayout& Schema::edit(int code) {
+  auto it = m_layouts.find(code);
+  if (it == m_layouts.end()) throw XtError("schema edit: no node type " + std::to_string(code));
+  auto copy = std::make_shared<NodeLayout>(*it->second);
+  it->second = copy;
+  return *copy;
+}
+
+static size_t positionOf(const NodeLayout& layout, std::string_view name) {
+  int at = layout.find(name);
+  if (at < 0) throw XtError("schema edit: " + layout.name + " has no field " + std::string(name));
+  return static_cast<size_t>(at);
+}
+
+void Schema::insertBefore(int code, std::string_view before, FieldDef field) {
+  NodeLayout& layout = edit(code);
+  layout.fields.insert(layout.fields.begin() + positionOf(layout, before), std::move(field));
+}
+
+void Schema::append(int code, FieldDef field) { edit(code).fields.push_back(std::move(field)); }
+
+void Schema::remove(int code, std::string_view name) {
+  NodeLayout& layout = edit(code);
+  layout.fields.erase(layout.fields.begin() + positionOf(layout, name));
+}
+
+void Schema::replace(int code, std::string_view name, FieldDef field) {
+  NodeLayout& layout = edit(code);
+  layout.fields[positionOf(layout, name)] = std::move(field);
+}
+
+static Schema buildBaseSchema() {
+  std::map<int, std::shared_ptr<NodeLayout>> layouts;
+  for (const SchemaRow& row : schemaRows()) {
+    auto& layout = layouts[row.code];
+    if (!layout) {
+      layout = std::make_shared<NodeLayout>();
+      layout->code = row.code;
+      layout->name = row.node;
+      layout->inBase = row.inBase;
+      layout->pkVisible = row.pkVisible;
+    }
+    layout->fields.push_back(FieldDef{row.field, row.type, row.ptrClass, row.nElts, true});
+  }
+  Schema schema;
+  for (auto& [code, layout] : layouts) schema.set(layout);
+  return schema;
+}
+
+const Schema& baseSchema() {
+  static const Schema base = buildBaseSchema();
+  return base;
+}
+
+// ---- schema files ----
+
+static std::string_view trim(std::string_view s) {
+  while (!s.empty() && (s.front() == ' ' || s.front() == '\t' || s.front() == '\r')) s.remove_prefix(1);
+  while (!s.empty() && (s.back() == ' ' || s.back() == '\t' || s.back() == '\r')) s.remove_suffix(1);
+  return s;
+}
+
+static std::vector<std::string_view> splitOn(std::string_view s, char sep) {
+  std::vector<std::string_view> parts;
+  size_t start = 0;
+  for (size_t i = 0; i <= s.size(); ++i) {
+    if (i == s.size() || s[i] == sep) {
+      parts.push_back(trim(s.substr(start, i - start)));
+      start = i + 1;
+    }
+  }
+  return parts;
+}
+
+static std::vector<int> numbersIn(std::string_view s, const std::string& where) {
+  std::vector<int> out;
+  while (!(s = trim(s)).empty()) {
+    int value = 0;
+    auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), value);
+    if (ec != std::errc()) throw XtError(where + ": expected a number in '" + std::string(s) + "'");
+    out.push_back(value);
+    s.remove_prefix(static_cast<size_t>(end - s.data()));
+  }
+  return out;
+}
+
+Schema parseSchemaFile(std::string_view text, const std::string& key) {
+  Schema schema;
+  std::shared_ptr<NodeLayout> current;
+  int fieldsLeft = 0;
+  int lineNo = 0;
+  auto finish = [&] {
+    if (current) schema.set(current);
+    current.reset();
+  };
+  while (!text.empty()) {
+    size_t eol = text.find('\n');
+    std::string_view line = trim(text.substr(0, eol));
+    text.remove_prefix(eol == std::string_view::npos ? text.size() : eol + 1);
+    ++lineNo;
+    if (line.empty()) continue;
+    const std::string where = "schema file " + key + " line " + std::to_string(lineNo);
+    auto parts = splitOn(line, ';');
+    if (parts.size() != 3) throw XtError(where + ": expected three ';'-separated parts");
+    auto numbers = numbersIn(parts[2], where);
+    if (numbers.size() != 3) throw XtError(where + ": expected three numbers after the last ';'");
+    if (fieldsLeft == 0) {
+      finish();
+      auto head = splitOn(parts[0], ' ');
+      if (head.size() != 2) throw XtError(where + ": expected '<code> <NAME>'");
+      current = std::make_shared<NodeLayout>();
+      current->code = numbersIn(head[0], where).at(0);
+      current->name = std::string(head[1]);
+      current->description = std::string(parts[1]);
+      fieldsLeft = numbers[1];
+      if (auto base = baseSchema().get(current->code)) current->pkVisible = base->pkVisible;
+      if (fieldsLeft < 0 || fieldsLeft > 255) throw XtError(where + ": bad field count");
+      continue;
+    }
+    if (parts[1].size() != 1 || !(isIntegerType(parts[1][0]) || isRealType(parts[1][0])))
+      throw XtError(where + ": unknown field type '" + std::string(parts[1]) + "'");
+    current->fields.push_back(FieldDef{std::string(parts[0]), parts[1][0], numbers[1], numbers[2],
+                                       numbers[0] != 0});
+    --fieldsLeft;
+  }
+  if (fieldsLeft != 0) throw XtError("schema file " + key + ": ends inside a node description");
+  finish();
+  // Memory-only fields are never written: keep only what the stream carries.
+  for (auto& [code, layout] : schema.all()) {
+    auto& fields = schema.edit(code).fields;
+    std::erase_if(fields, [](const FieldDef& f) { return !f.transmit && !f.isVariable(); });
+  }
+  return schema;
+}
+
+}  // namespace meld::xt
