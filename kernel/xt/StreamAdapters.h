@@ -78,8 +78,8 @@ struct BinaryAdapter {
     for (size_t i = 0; i < n; ++i) {
       switch (type) {
         case 'u': case 'c': case 'l': out[i] = in.byte(); break;
-        case 'n': out[i] = in.i16(); break;
-        case 'w': out[i] = static_cast<uint16_t>(in.i16()); break;
+        // Real files write unicode characters as signed shorts (-30254 for U+89D2).
+        case 'n': case 'w': out[i] = in.i16(); break;
         case 'd': out[i] = in.i32(); break;
         case 'p': out[i] = in.pointer(); break;
         default: throw XtError(std::string("unknown field type '") + type + "'");
