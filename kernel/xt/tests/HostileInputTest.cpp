@@ -1,0 +1,83 @@
+// Broken and hostile input: always a one-line error, never a crash or a hang.
+#include <gtest/gtest.h>
+
+#include "XtTestUtil.h"
+
+namespace xt = meld::xt;
+
+namespace {
+
+const std::string kSmall = xttest::textPrefix("SCH_1400000_14000_13006") +
+                           "29 255 5 7 0 0 0 0 1 2 3 84 255 5 6 hello83 255 2 8 0.5 -1 1 0";
+
+std::string errorOf(const std::string& bytes) {
+  try {
+    xt::decode(bytes);
+  } catch (const xt::XtError& e) {
+    return e.what();
+  }
+  return {};
+}
+
+TEST(HostileInput, EveryTruncationIsAnError) {
+  xt::EncodeOptions binary;
+  binary.format = xt::Format::NeutralBinary;
+  for (const std::string& whole : {kSmall, xt::encode(xt::decode(kSmall), binary)}) {
+    ASSERT_NO_THROW(xt::decode(whole));
+    size_t headerEnd = whole.find("END_OF_HEADER");
+    headerEnd = headerEnd == std::string::npos ? 0 : whole.find('\n', headerEnd) + 1;
+    for (size_t n = headerEnd; n + 1 < whole.size(); ++n)
+      EXPECT_FALSE(errorOf(whole.substr(0, n)).empty()) << "prefix of " << n << " bytes accepted";
+  }
+}
+
+TEST(HostileInput, ErrorsNameNodeFieldAndOffset) {
+  std::string bad = kSmall;
+  bad.replace(bad.find("0 1 2 3"), 7, "0 1 x 3");
+  std::string e = errorOf(bad);
+  EXPECT_NE(e.find("POINT node 5, field pvec, byte "), std::string::npos) << e;
+  EXPECT_NE(e.find("expected a real, found 'x'"), std::string::npos) << e;
+  EXPECT_EQ(e.find('\n'), std::string::npos);
+}
+
+TEST(HostileInput, HugeCountsAndBadStructureAreRefused) {
+  const std::string prefix = xttest::textPrefix("SCH_1400000_14000_13006");
+  const std::pair<std::string, std::string> cases[] = {
+      {"83 255 2000000000 1 1 1 0", "cannot fit"},
+      {"84 255 99 1 abc1 0", "cannot fit"},
+      {"83 255 -5 1 1 0", "negative variable length"},
+      {"83 255 1 1 1 83 1 1 1 0", "duplicate node index 1"},
+      {"83 255 1 0 1 1 0", "bad node index 0"},
+      {"1 7", "terminator (type 1) with index 7"},
+      {"99999 1 0", "bad node type 99999"},
+      {"83 255 1 1 2 ", "data ends here"},
+  };
+  for (const auto& [body, reason] : cases) {
+    std::string e = errorOf(prefix + body);
+    EXPECT_NE(e.find(reason), std::string::npos) << body << " -> " << e;
+  }
+  EXPECT_NE(errorOf(xttest::textPrefix("SCH_1400000_14000_13006", 99)).find("outside 0-16"), std::string::npos);
+  EXPECT_NE(errorOf("B\x01\x02").find("bare binary"), std::string::npos);
+  EXPECT_NE(errorOf("**PART1;\nT51").find("END_OF_HEADER"), std::string::npos);
+  EXPECT_NE(errorOf(std::string("PS\0\1\0\1\0", 7)).find("VAX"), std::string::npos);
+}
+
+TEST(HostileInput, DanglingPointersReadAsNull) {
+  xt::Graph g = xt::decode(xttest::textPrefix("SCH_1400000_14000_13006") + "29 255 5 7 0 77 5 0 1 2 3 1 0");
+  EXPECT_EQ(g.field(0, "owner").integer(), 0);
+  EXPECT_EQ(g.field(0, "next").integer(), 5);  // itself: present
+  EXPECT_EQ(g.danglingPointers, 1);
+}
+
+TEST(HostileInput, ReadsThroughAFrustrumStyleSource) {
+  xt::Graph direct = xt::decode(kSmall);
+  std::string wrapped = xt::encode(direct);  // 80-column records with a header
+  xt::MemorySource lines(wrapped, true);
+  xt::Graph viaSource = xt::decode(lines, true);
+  std::string why;
+  EXPECT_TRUE(xt::sameGraph(direct, viaSource, &why)) << why;
+  EXPECT_TRUE(viaSource.header.present);
+  EXPECT_EQ(viaSource.header.value("SCH"), xt::kWriterSchemaKey);
+}
+
+}  // namespace

@@ -1,0 +1,122 @@
+// Schemas: the built-in base table against the settled TSV, embedded descriptions
+// (255, edit scripts, new types), and schema files found by key.
+#include <gtest/gtest.h>
+
+#include "XtTestUtil.h"
+
+namespace xt = meld::xt;
+
+namespace {
+
+TEST(BaseSchema, MatchesTheSettledTable) {
+  auto corpus = meldtest::corpusDir();
+  auto tsv = corpus ? xttest::referenceDir(*corpus) / "xt-schema-13006.tsv" : std::filesystem::path();
+  if (!corpus || !std::filesystem::exists(tsv)) GTEST_SKIP() << "reference tables not present";
+  const std::map<std::string, std::string> placeholders = {
+      {"(deleted_owner)", "old_owner"}, {"(deleted_5)", "list_type"}, {"(deleted_8)", "size_of_entry"}};
+  std::map<int, size_t> seen;
+  for (auto& row : xttest::readTsv(tsv)) {
+    int code = std::stoi(row["node_code"]);
+    auto layout = xt::baseSchema().get(code);
+    ASSERT_TRUE(layout) << row["node_name"];
+    EXPECT_EQ(layout->name, row["node_name"]);
+    EXPECT_EQ(layout->inBase, code != 176 && code != 204) << layout->name;
+    size_t at = static_cast<size_t>(std::stoi(row["field_order"]) - 1);
+    ASSERT_LT(at, layout->fields.size()) << layout->name;
+    const xt::FieldDef& f = layout->fields[at];
+    auto renamed = placeholders.find(row["field_name"]);
+    EXPECT_EQ(f.name, renamed == placeholders.end() ? row["field_name"] : renamed->second);
+    if (row["type_letter"] != "?") {
+      EXPECT_EQ(std::string(1, f.type), row["type_letter"]) << f.name;
+    }
+    const std::string& cls = row["node_class_or_count"];
+    EXPECT_EQ(f.ptrClass, (cls == "any" || cls == "?") ? 0 : std::stoi(cls)) << f.name;
+    EXPECT_EQ(f.nElts, std::stoi(row["n_elements"])) << f.name;
+    seen[code] = std::max(seen[code], at + 1);
+  }
+  for (auto [code, count] : seen) EXPECT_EQ(xt::baseSchema().get(code)->fields.size(), count) << code;
+}
+
+// POINT by edit script (node_id, owner, next, previous, an inserted flag, pvec),
+// a brand-new variable type 250, and REAL_VALUES unchanged from base.
+const std::string kEmbedded = xttest::textPrefix("SCH_1400000_14000_13006") +
+                              "29 6 CDCCCI4 flag0 0 1 uCZ5 7 0 0 0 3 1 2 3 "
+                              "250 2 4 NEWT8 New type5 count0 0 1 d4 vals0 1 1 fT2 6 9 1.5 2.5 "
+                              "83 255 1 8 0.25 29 9 8 0 0 0 4 ?1 0";
+
+TEST(EmbeddedSchema, AppliesScriptsNewTypesAndUnchangedMarks) {
+  xt::Graph g = xt::decode(kEmbedded);
+  ASSERT_EQ(g.size(), 4u);
+  const xt::NodeLayout& point = *g.nodes()[0].layout;
+  std::vector<std::string> names;
+  for (const auto& f : point.fields) names.push_back(f.name);
+  EXPECT_EQ(names, (std::vector<std::string>{"node_id", "owner", "next", "previous", "flag", "pvec"}));
+  EXPECT_EQ(g.field(0, "flag").integer(), 3);
+  EXPECT_EQ(g.field(0, "pvec").real(2), 3.0);
+  EXPECT_EQ(g.nodes()[1].layout->name, "NEWT");
+  EXPECT_EQ(g.field(1, "vals").elements(), 2u);
+  EXPECT_EQ(g.field(1, "vals").real(1), 2.5);
+  EXPECT_EQ(g.field(2, size_t(0)).real(0), 0.25);
+  EXPECT_TRUE(g.field(3, "pvec").isNull());  // second POINT: no description, same layout
+  EXPECT_EQ(g.field(3, "owner").integer(), 0);  // pointed at absent node 8
+}
+
+TEST(EmbeddedSchema, SurvivesBinaryAndTextReencoding) {
+  xt::Graph g = xt::decode(kEmbedded);
+  for (auto format : {xt::Format::Text, xt::Format::NeutralBinary}) {
+    xt::EncodeOptions options;
+    options.format = format;
+    std::string why;
+    EXPECT_TRUE(xt::sameGraph(g, xt::decode(xt::encode(g, options)), &why)) << why;
+  }
+}
+
+TEST(EmbeddedSchema, RefusesInconsistentDescriptions) {
+  const std::string prefix = xttest::textPrefix("SCH_1400000_14000_13006");
+  const std::pair<std::string, std::string> cases[] = {
+      {"29 5 CDCCCI4 flag0 0 1 uCZ5 7 0 0 0 3 1 2 3 1 0", "its count says 5"},
+      {"250 255 1 0 1 0", "base 13006, which lacks it"},
+      {"29 6 CDCCCI4 flag0 0 1 uCCCZ", "past the last base field"},
+      {"29 6 CDCQ", "unknown edit instruction 'Q'"},
+      {"250 1 4 NEWT1 x1 f0 0 1 q", "unknown field type 'q'"},
+  };
+  for (const auto& [body, reason] : cases) {
+    try {
+      xt::decode(prefix + body);
+      ADD_FAILURE() << "accepted: " << body;
+    } catch (const xt::XtError& e) {
+      EXPECT_NE(std::string(e.what()).find(reason), std::string::npos) << e.what();
+    }
+  }
+}
+
+TEST(SchemaFiles, AreAskedForByKeyWhenNotBuiltInAndNamedWhenMissing) {
+  const std::string data = xttest::textPrefix("SCH_2500000_25001") + "29 1 5 0 0 0 0 1 2 3 1 0";
+  try {
+    xt::decode(data);
+    ADD_FAILURE() << "decoded without a schema";
+  } catch (const xt::XtError& e) {
+    EXPECT_NE(std::string(e.what()).find("schema SCH_2500000_25001 is not built in"), std::string::npos) << e.what();
+  }
+  xt::MapSchemaSource schemas;
+  schemas.add("SCH_2500000_25001",
+              "29 POINT; Point; 1 7 0\n"
+              "node id; d; 1 0 0\nattributes_features; p; 1 1019 0\nowner; p; 1 1011 0\n"
+              "scratch; d; 0 0 0\nnext; p; 1 29 0\nprevious; p; 1 29 0\npvec; v; 1 0 0\n");
+  xt::DecodeOptions options;
+  options.schemas = &schemas;
+  xt::Graph g = xt::decode(data, options);
+  ASSERT_EQ(g.size(), 1u);
+  EXPECT_EQ(g.nodes()[0].layout->fields.size(), 6u);  // the memory-only field is not in the stream
+  EXPECT_EQ(g.field(0, "pvec").real(0), 1.0);
+}
+
+TEST(OlderSchemas, UseTheirOwnLayouts) {
+  // A V9 fin has no attributes field; a V11 one does: the same bytes read differently.
+  const std::string fin = "17 1 0 0 0 0 0 0 0 0 +1 0";
+  xt::Graph v9 = xt::decode(xttest::textPrefix("SCH_901297_9008") + fin);
+  EXPECT_EQ(v9.field(0, "sense").integer(), '+');
+  EXPECT_THROW(xt::decode(xttest::textPrefix("SCH_1100150_11004") + fin), xt::XtError);
+}
+
+}  // namespace
