@@ -1,0 +1,158 @@
+// Modeller start and stop, and rollback through partition marks, against the
+// real kernel, frustrum and delta store.
+#include <gtest/gtest.h>
+
+#include "PSCDeltaStore.h"
+#include "PSCRollBack.h"
+#include "session_test_helpers.h"
+
+namespace {
+
+using sessiontest::errorRecord;
+using sessiontest::exists;
+using sessiontest::LoggedWorkDir;
+using sessiontest::makeBlock;
+using sessiontest::RunningModeller;
+
+const char kModellerSource[] = "kernel_layer\\src\\pscmn\\PSCModeller";
+const char kRollbackSource[] = "kernel_layer\\src\\pscmn\\PSCRollBack";
+
+TEST(Modeller, StartsAndStopsWithTheDeltaStore) {
+  LoggedWorkDir dir;
+  PSCSetSchemaDirectory(nullptr);
+  ASSERT_EQ(PSCStartModeller(false, true), 0);
+  EXPECT_TRUE(PSCGetDeltaStoreStats().running);
+  PK_LOGICAL_t check = PK_LOGICAL_true;
+  ASSERT_EQ(PK_SESSION_ask_check_self_int(&check), 0);
+  EXPECT_EQ(check, PK_LOGICAL_false);
+  ASSERT_EQ(PK_SESSION_ask_check_continuity(&check), 0);
+  EXPECT_EQ(check, PK_LOGICAL_false);
+
+  EXPECT_EQ(PSCEndModeller(), 0);
+  EXPECT_FALSE(PSCGetDeltaStoreStats().running);
+  EXPECT_EQ(dir.log(), "");
+}
+
+TEST(Modeller, StopWithoutStartIsReported) {
+  LoggedWorkDir dir;
+  EXPECT_EQ(PSCEndModeller(), 10);
+  EXPECT_EQ(dir.log(), errorRecord("PSCEndModeller", 0, "modeller don't start yet !", 0,
+                                   kModellerSource, 127));
+  EXPECT_NE(dir.statusFile().find("erPrint : \n"), std::string::npos);
+}
+
+TEST(Modeller, SecondStartIsRefusedByTheKernelAtItsFirstStep) {
+  RunningModeller modeller;
+  ASSERT_EQ(modeller.startResult, 0);
+  EXPECT_EQ(PSCStartModeller(false, false), 10);
+  EXPECT_EQ(modeller.log(), errorRecord("PSCStartModeller", 10, "PK_SESSION_register_frustrum",
+                                        PK_ERROR_already_in_session, kModellerSource, 72));
+}
+
+TEST(Modeller, ThreadCountComesFromTheEnvironment) {
+  struct Case {
+    const char* value;
+    int threads;
+  } cases[] = {{nullptr, 2}, {"16", 8}, {"3", 3}, {"0", 1}, {"-4", 1}, {"many", 1}};
+  for (const Case& c : cases) {
+    meldtest::ScopedEnv env("NUMBER_OF_PROCESSORS", c.value);
+    EXPECT_EQ(PSCSmpThreadCount(), c.threads) << (c.value ? c.value : "unset");
+  }
+
+  meldtest::ScopedEnv env("NUMBER_OF_PROCESSORS", "3");
+  LoggedWorkDir dir;
+  ASSERT_EQ(PSCStartModeller(true, false), 0);
+  PK_SESSION_smp_r_t smp;
+  ASSERT_EQ(PK_SESSION_ask_smp(&smp), 0);
+  EXPECT_EQ(smp.thread_format, PK_thread_absolute_c);
+  EXPECT_EQ(smp.n_threads, 3);
+  EXPECT_EQ(PSCEndModeller(), 0);
+}
+
+class PartitionRollback : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(modeller.startResult, 0);
+    PSCRollback::SetMode(1);
+  }
+  void TearDown() override { PSCRollback::SetMode(0); }
+  RunningModeller modeller;
+};
+
+TEST_F(PartitionRollback, GoingBackUndoesChangesThroughTheDeltaStore) {
+  PK_BODY_t kept = makeBlock();
+  PK_BODY_t removed = makeBlock();
+  const auto releasedBefore = PSCGetDeltaStoreStats().bytesReleased;
+  PK_BODY_t created = PK_ENTITY_null;
+  {
+    PSCRollback rollback(false);
+    ASSERT_EQ(rollback.SetMark(), 0);
+    created = makeBlock();
+    ASSERT_EQ(PK_ENTITY_delete(1, &removed), 0);
+    ASSERT_EQ(rollback.Rollback(), 0);
+    EXPECT_EQ(rollback.HeldMark(), PK_ENTITY_null);
+    // The mark was consumed: a second roll back does nothing.
+    EXPECT_EQ(rollback.Rollback(), 0);
+  }
+  EXPECT_TRUE(exists(kept));
+  EXPECT_TRUE(exists(removed));
+  EXPECT_FALSE(exists(created));
+  // The journal went through the store: its blocks were released when the
+  // partition mark was deleted.
+  EXPECT_GT(PSCGetDeltaStoreStats().bytesReleased, releasedBefore);
+  EXPECT_EQ(modeller.log(), "");
+}
+
+TEST_F(PartitionRollback, OneMarkAtATimeAndDiscardingKeepsTheChanges) {
+  PK_PMARK_t pmark = PK_ENTITY_null;
+  PK_BODY_t created = PK_ENTITY_null;
+  {
+    PSCRollback rollback(false);
+    ASSERT_EQ(rollback.SetMark(), 0);
+    pmark = rollback.HeldMark();
+    EXPECT_EQ(rollback.SetMark(), 10);
+    EXPECT_EQ(rollback.HeldMark(), pmark);
+    created = makeBlock();
+  }
+  // Discarded without going back: the change stays, and the partition mark
+  // is only forgotten, not deleted.
+  EXPECT_TRUE(exists(created));
+  EXPECT_TRUE(exists(pmark));
+}
+
+TEST_F(PartitionRollback, NothingHappensOutsideRollbackModeOne) {
+  PSCRollback::SetMode(0);
+  PSCRollback rollback(true);
+  EXPECT_EQ(rollback.SetMark(), 0);
+  EXPECT_EQ(rollback.HeldMark(), PK_ENTITY_null);
+}
+
+TEST_F(PartitionRollback, AFailedGoBackKeepsTheMarkAndIsReported) {
+  PSCRollback rollback(false);
+  ASSERT_EQ(rollback.SetMark(), 0);
+  PK_PMARK_t pmark = rollback.HeldMark();
+  int nDeleted = 0;
+  PK_PMARK_t* deleted = nullptr;
+  ASSERT_EQ(PK_PMARK_delete(1, &pmark, &nDeleted, &deleted), 0);
+  if (deleted) PK_MEMORY_free(deleted);
+
+  EXPECT_EQ(rollback.Rollback(), 10);
+  EXPECT_EQ(rollback.HeldMark(), pmark);
+  const std::string log = modeller.log();
+  EXPECT_NE(log.find("PSCRollback::DeleteMarkImpl = 10 : PK_PMARK_goto_2 = "), std::string::npos);
+  EXPECT_NE(log.find(errorRecord("PSCRollback::Rollback", 10, "DeleteMarkImpl", 10,
+                                 kRollbackSource, 60)),
+            std::string::npos);
+}
+
+TEST_F(PartitionRollback, DestroyingWithRollbackOnDestroyGoesBack) {
+  PK_BODY_t created = PK_ENTITY_null;
+  {
+    PSCRollback rollback(true);
+    ASSERT_EQ(rollback.SetMark(), 0);
+    created = makeBlock();
+  }
+  EXPECT_FALSE(exists(created));
+}
+
+}  // namespace
