@@ -1,0 +1,75 @@
+// Transforms and moving bodies.
+#include "Bodies.h"
+#include "session/KernelError.h"
+
+#include <BRepBuilderAPI_Transform.hxx>
+#include <TopLoc_Location.hxx>
+#include <gp_Trsf.hxx>
+
+#include <cmath>
+#include <cstring>
+
+using namespace meld::kernel;
+
+namespace {
+
+constexpr double kScaleTolerance = 1e-9;
+
+// Rotation (possibly with a uniform scale) plus translation; perspective terms
+// and a non-unit homogeneous term are refused.
+gp_Trsf toTrsf(const double (&m)[4][4]) {
+  for (int j = 0; j < 3; ++j) require(m[3][j] == 0.0, PK_ERROR_bad_transf);
+  require(m[3][3] == 1.0, PK_ERROR_bad_transf);
+  for (const auto& row : m)
+    for (double v : row) require(std::isfinite(v), PK_ERROR_bad_transf);
+  gp_Trsf trsf;
+  try {
+    trsf.SetValues(m[0][0], m[0][1], m[0][2], m[0][3], m[1][0], m[1][1], m[1][2], m[1][3], m[2][0],
+                   m[2][1], m[2][2], m[2][3]);
+  } catch (const Standard_Failure&) {
+    fail(PK_ERROR_bad_transf);  // not a rotation times a uniform scale
+  }
+  return trsf;
+}
+
+const TransfData& transfData(PK_TRANSF_t transf) {
+  return std::get<TransfData>(*session().table.get(transf, PK_CLASS_transf).payload);
+}
+
+bool isRigid(const gp_Trsf& trsf) { return std::abs(std::abs(trsf.ScaleFactor()) - 1) < kScaleTolerance && trsf.ScaleFactor() > 0; }
+
+}  // namespace
+
+extern "C" PK_ERROR_code_t PK_TRANSF_create(const PK_TRANSF_sf_t* transf_sf, PK_TRANSF_t* transf) {
+  return guarded([&] {
+    requireArg(transf_sf);
+    requireArg(transf);
+    SessionState& s = session();
+    toTrsf(transf_sf->matrix);
+    TransfData data;
+    std::memcpy(data.matrix, transf_sf->matrix, sizeof data.matrix);
+    *transf = s.table.create(Record{PK_CLASS_transf, PK_ENTITY_null, PK_ENTITY_null, makePayload(data)});
+  });
+}
+
+extern "C" PK_ERROR_code_t PK_TRANSF_ask(PK_TRANSF_t transf, PK_TRANSF_sf_t* transf_sf) {
+  return guarded([&] {
+    requireArg(transf_sf);
+    std::memcpy(transf_sf->matrix, transfData(transf).matrix, sizeof transf_sf->matrix);
+  });
+}
+
+extern "C" PK_ERROR_code_t PK_BODY_transform_2(PK_BODY_t body, PK_TRANSF_t transf, double tolerance,
+                                               const PK_BODY_transform_o_t* options) {
+  return guarded([&] {
+    (void)tolerance;
+    require(!options || options->o_t_version >= 1, PK_ERROR_bad_option_data);
+    const TopoDS_Shape& shape = bodyData(body).shape;
+    gp_Trsf trsf = toTrsf(transfData(transf).matrix);
+    // A rigid motion only changes the shape's location, sharing its topology;
+    // a scale has to rebuild the geometry.
+    TopoDS_Shape moved = isRigid(trsf) ? shape.Moved(TopLoc_Location(trsf))
+                                       : BRepBuilderAPI_Transform(shape, trsf, true).Shape();
+    replaceBodyShape(body, moved);
+  });
+}

@@ -1,0 +1,104 @@
+#include "EntityTable.h"
+
+#include "KernelError.h"
+
+#include <limits>
+
+namespace meld::kernel {
+
+namespace {
+const std::set<PK_ENTITY_t> kNone;
+
+void dropFrom(std::unordered_map<PK_ENTITY_t, std::set<PK_ENTITY_t>>& index, PK_ENTITY_t key,
+              PK_ENTITY_t tag) {
+  auto it = index.find(key);
+  if (it == index.end()) return;
+  it->second.erase(tag);
+  if (it->second.empty()) index.erase(it);
+}
+}  // namespace
+
+PK_ENTITY_t EntityTable::create(Record record) {
+  PK_ENTITY_t tag = createUnjournalled(record.cls);
+  put(tag, std::move(record));
+  if (listener_) listener_->created(tag);
+  return tag;
+}
+
+PK_ENTITY_t EntityTable::createUnjournalled(PK_CLASS_t cls) {
+  require(nextTag_ < std::numeric_limits<PK_ENTITY_t>::max(), PK_ERROR_memory_full);
+  PK_ENTITY_t tag = nextTag_++;
+  put(tag, Record{cls, PK_ENTITY_null, PK_ENTITY_null, nullptr});
+  return tag;
+}
+
+void EntityTable::remove(PK_ENTITY_t tag) {
+  auto it = records_.find(tag);
+  if (it == records_.end()) return;
+  if (listener_) listener_->deleted(tag, it->second);
+  erase(tag);
+}
+
+void EntityTable::replacePayload(PK_ENTITY_t tag, PayloadPtr payload) {
+  auto it = records_.find(tag);
+  require(it != records_.end(), PK_ERROR_not_an_entity);
+  if (listener_) listener_->replaced(tag, it->second);
+  it->second.payload = std::move(payload);
+}
+
+void EntityTable::put(PK_ENTITY_t tag, Record record) {
+  auto it = records_.find(tag);
+  if (it != records_.end()) {
+    unindex(tag, it->second);
+    it->second = std::move(record);
+  } else {
+    it = records_.emplace(tag, std::move(record)).first;
+  }
+  index(tag, it->second);
+}
+
+void EntityTable::erase(PK_ENTITY_t tag) {
+  auto it = records_.find(tag);
+  if (it == records_.end()) return;
+  unindex(tag, it->second);
+  records_.erase(it);
+}
+
+const Record* EntityTable::find(PK_ENTITY_t tag) const {
+  auto it = records_.find(tag);
+  return it == records_.end() ? nullptr : &it->second;
+}
+
+const Record& EntityTable::get(PK_ENTITY_t tag) const {
+  const Record* record = find(tag);
+  require(record != nullptr, PK_ERROR_not_an_entity);
+  return *record;
+}
+
+const Record& EntityTable::get(PK_ENTITY_t tag, PK_CLASS_t cls) const {
+  const Record& record = get(tag);
+  require(record.cls == cls, PK_ERROR_wrong_entity);
+  return record;
+}
+
+const std::set<PK_ENTITY_t>& EntityTable::ownedBy(PK_ENTITY_t owner) const {
+  auto it = byOwner_.find(owner);
+  return it == byOwner_.end() ? kNone : it->second;
+}
+
+const std::set<PK_ENTITY_t>& EntityTable::referringTo(PK_ENTITY_t referent) const {
+  auto it = byReferent_.find(referent);
+  return it == byReferent_.end() ? kNone : it->second;
+}
+
+void EntityTable::index(PK_ENTITY_t tag, const Record& record) {
+  if (record.owner != PK_ENTITY_null) byOwner_[record.owner].insert(tag);
+  if (record.referent != PK_ENTITY_null) byReferent_[record.referent].insert(tag);
+}
+
+void EntityTable::unindex(PK_ENTITY_t tag, const Record& record) {
+  if (record.owner != PK_ENTITY_null) dropFrom(byOwner_, record.owner, tag);
+  if (record.referent != PK_ENTITY_null) dropFrom(byReferent_, record.referent, tag);
+}
+
+}  // namespace meld::kernel

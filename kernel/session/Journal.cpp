@@ -1,0 +1,274 @@
+#include "Journal.h"
+
+#include "KernelError.h"
+
+#include <algorithm>
+
+namespace meld::kernel {
+
+// Remembers whether each entity a goto touches existed before it, to tell
+// afterwards what the goto created, modified or deleted.
+class Journal::Tracker {
+ public:
+  explicit Tracker(const EntityTable& table) : table_(table) {}
+  void touch(PK_ENTITY_t tag) { existedBefore_.try_emplace(tag, table_.exists(tag)); }
+
+  RollReport report() const {
+    RollReport report;
+    for (const auto& [tag, before] : existedBefore_) {
+      bool now = table_.exists(tag);
+      if (before && now) report.modified.push_back(tag);
+      else if (now) report.created.push_back(tag);
+      else if (before) report.deleted.push_back(tag);
+    }
+    for (auto* list : {&report.created, &report.modified, &report.deleted})
+      std::sort(list->begin(), list->end());
+    return report;
+  }
+
+ private:
+  const EntityTable& table_;
+  std::unordered_map<PK_ENTITY_t, bool> existedBefore_;
+};
+
+Journal::Journal(EntityTable& table, MarkBook& marks, std::optional<DeltaStore>& deltas,
+                 RollbackFile& rollback)
+    : table_(table), marks_(marks), deltas_(deltas), rollback_(rollback) {
+  table_.setListener(this);
+}
+
+Journal::~Journal() { table_.setListener(nullptr); }
+
+void Journal::created(PK_ENTITY_t tag) {
+  if (recording()) append(UndoRecord{UndoKind::created, tag, 0, 0, 0, 0});
+}
+
+void Journal::deleted(PK_ENTITY_t tag, const Record& old) {
+  if (recording())
+    append(UndoRecord{UndoKind::deleted, tag, old.cls, old.owner, old.referent, archive(old.payload)});
+}
+
+void Journal::replaced(PK_ENTITY_t tag, const Record& old) {
+  if (recording())
+    append(UndoRecord{UndoKind::replaced, tag, old.cls, old.owner, old.referent, archive(old.payload)});
+}
+
+void Journal::append(UndoRecord record) {
+  if (stretches_.empty() || stretches_.back().where != Where::memory) {
+    Stretch open;
+    open.begin = open.end = position_;
+    stretches_.push_back(std::move(open));
+  }
+  Stretch& open = stretches_.back();
+  open.records.push_back(record);
+  ++open.end;
+  ++position_;
+}
+
+std::uint32_t Journal::archive(const PayloadPtr& payload) {
+  if (!payload) return 0;
+  std::uint32_t id = nextPayloadId_++;
+  archive_.emplace(id, payload);
+  return id;
+}
+
+PayloadPtr Journal::takeArchived(std::uint32_t id) {
+  if (id == 0) return nullptr;
+  auto it = archive_.find(id);
+  require(it != archive_.end(), PK_ERROR_corrupt_delta);
+  PayloadPtr payload = std::move(it->second);
+  archive_.erase(it);
+  return payload;
+}
+
+void Journal::releaseArchived(std::uint32_t id) { archive_.erase(id); }
+
+DeltaStore& Journal::deltaStore() {
+  require(deltas_.has_value(), PK_ERROR_rollback_not_started);
+  return *deltas_;
+}
+
+void Journal::beginPmarkStretch(PK_PMARK_t pmark) {
+  sealOpenStretch();
+  Stretch open;
+  open.begin = open.end = position_;
+  open.pmark = pmark;
+  open.delta = deltaStore().openForWrite(pmark);
+  stretches_.push_back(std::move(open));
+}
+
+void Journal::sealOpenStretch() {
+  if (stretches_.empty()) return;
+  Stretch& open = stretches_.back();
+  if (open.where != Where::memory || open.delta == 0) return;
+  deltaStore().writeAndClose(open.delta, encodeStretch(open.records));
+  for (const UndoRecord& r : open.records)
+    if (r.payloadId != 0) open.payloadIds.push_back(r.payloadId);
+  open.records.clear();
+  open.records.shrink_to_fit();
+  open.where = Where::delta;
+}
+
+int Journal::spillToRollbackFile(std::uint64_t from) {
+  if (stretches_.empty() || stretches_.back().where != Where::memory) return 0;
+  Stretch& open = stretches_.back();
+  std::uint64_t cut = std::max(from, open.begin);
+  if (cut >= open.end) return 0;
+  auto first = open.records.begin() + static_cast<std::ptrdiff_t>(cut - open.begin);
+  std::vector<UndoRecord> tail(first, open.records.end());
+  if (int ifail = rollback_.writeStretch(encodeStretch(tail))) return ifail;
+  open.records.erase(first, open.records.end());
+  open.end = cut;
+  Stretch spilled;
+  spilled.begin = cut;
+  spilled.end = cut + tail.size();
+  spilled.where = Where::rollbackFile;
+  spilled.fileMark = from;
+  for (const UndoRecord& r : tail)
+    if (r.payloadId != 0) spilled.payloadIds.push_back(r.payloadId);
+  stretches_.push_back(std::move(spilled));
+  return 0;
+}
+
+std::vector<UndoRecord> Journal::decodeChecked(const std::string& bytes, const Stretch& stretch) {
+  require(bytes.size() >= kStretchCountBytes, PK_ERROR_corrupt_delta);
+  std::uint32_t count = decodeStretchCount(bytes.data());
+  require(count == stretch.end - stretch.begin, PK_ERROR_corrupt_delta);
+  require(bytes.size() == kStretchCountBytes + count * kUndoRecordBytes, PK_ERROR_corrupt_delta);
+  auto records = decodeRecords(bytes.data() + kStretchCountBytes, count);
+  // Every payload must still be in the archive before anything is undone, so
+  // that a bad stretch leaves the model untouched.
+  for (const UndoRecord& r : records)
+    require(r.payloadId == 0 || archive_.count(r.payloadId) != 0, PK_ERROR_corrupt_delta);
+  return records;
+}
+
+std::vector<UndoRecord> Journal::loadDelta(const Stretch& stretch) {
+  DeltaStore& store = deltaStore();
+  // The store hands out whole blocks and does not know where the data ends:
+  // read the count first, then exactly the records it announces.
+  store.openForRead(stretch.delta);
+  std::string bytes(kStretchCountBytes, '\0');
+  store.read(stretch.delta, bytes.data(), kStretchCountBytes);
+  std::uint32_t count = decodeStretchCount(bytes.data());
+  if (count != stretch.end - stretch.begin) {
+    store.close(stretch.delta);
+    fail(PK_ERROR_corrupt_delta);
+  }
+  bytes.resize(kStretchCountBytes + std::size_t(count) * kUndoRecordBytes);
+  store.read(stretch.delta, bytes.data() + kStretchCountBytes, bytes.size() - kStretchCountBytes);
+  store.close(stretch.delta);
+  return decodeChecked(bytes, stretch);
+}
+
+std::vector<UndoRecord> Journal::load(Stretch& stretch) {
+  switch (stretch.where) {
+    case Where::memory:
+      return stretch.records;
+    case Where::delta:
+      return loadDelta(stretch);
+    case Where::rollbackFile: {
+      std::string bytes;
+      require(rollback_.readStretch(stretch.fileMark, bytes) == 0, PK_ERROR_frustrum_failure);
+      return decodeChecked(bytes, stretch);
+    }
+  }
+  return {};
+}
+
+void Journal::undo(const UndoRecord& record, Tracker& tracker) {
+  tracker.touch(record.tag);
+  if (record.kind == UndoKind::created) {
+    table_.erase(record.tag);
+    return;
+  }
+  table_.put(record.tag,
+             Record{record.cls, record.owner, record.referent, takeArchived(record.payloadId)});
+}
+
+RollReport Journal::rollTo(std::uint64_t target) {
+  Tracker tracker(table_);
+  while (!stretches_.empty() && stretches_.back().end > target) {
+    Stretch& s = stretches_.back();
+    std::vector<UndoRecord> records = load(s);
+    std::size_t keep = s.begin >= target ? 0 : std::size_t(target - s.begin);
+    for (std::size_t i = records.size(); i-- > keep;) undo(records[i], tracker);
+    records.resize(keep);
+    bool pmarkSurvives = s.pmark != PK_ENTITY_null && s.begin == target;
+    if (keep == 0 && !pmarkSurvives) {
+      s.payloadIds.clear();  // their payloads went back into the table
+      release(s);
+      stretches_.pop_back();
+      continue;
+    }
+    keepAsOpen(s, std::move(records));
+    break;
+  }
+  position_ = std::min(position_, target);
+  return tracker.report();
+}
+
+// What is left of a stretch after going back into it becomes the open stretch
+// again; a pmark's delta holds records that no longer apply, so it is replaced
+// by a fresh one.
+void Journal::keepAsOpen(Stretch& s, std::vector<UndoRecord> records) {
+  if (s.where == Where::delta) {
+    deltaStore().remove(s.delta);
+    s.delta = 0;
+    if (s.pmark != PK_ENTITY_null) s.delta = deltaStore().openForWrite(s.pmark);
+  }
+  s.where = Where::memory;
+  s.records = std::move(records);
+  s.payloadIds.clear();
+  s.end = s.begin + s.records.size();
+}
+
+void Journal::pmarkDeleted(PK_PMARK_t pmark) {
+  for (auto it = stretches_.rbegin(); it != stretches_.rend(); ++it) {
+    if (it->pmark != pmark) continue;
+    it->pmark = PK_ENTITY_null;
+    if (it->where == Where::memory && it->delta != 0) {
+      // Opened but never written: nothing in it that anyone needs.
+      deltaStore().close(it->delta);
+      deltaStore().remove(it->delta);
+      it->delta = 0;
+    }
+    return;
+  }
+}
+
+void Journal::release(Stretch& s) {
+  for (const UndoRecord& r : s.records) releaseArchived(r.payloadId);
+  for (std::uint32_t id : s.payloadIds) releaseArchived(id);
+  s.records.clear();
+  s.payloadIds.clear();
+  if (s.delta != 0) {
+    if (s.where == Where::memory) deltaStore().close(s.delta);
+    deltaStore().remove(s.delta);
+    s.delta = 0;
+  }
+}
+
+void Journal::trim() {
+  std::uint64_t oldest = marks_.oldestPosition();
+  while (!stretches_.empty()) {
+    Stretch& first = stretches_.front();
+    if (first.end > oldest || first.pmark != PK_ENTITY_null) break;
+    release(first);
+    stretches_.pop_front();
+  }
+}
+
+void Journal::clear() {
+  for (Stretch& s : stretches_) {
+    try {
+      release(s);
+    } catch (const KernelError&) {
+      // The session is going away; a store that refuses to delete keeps its data.
+    }
+  }
+  stretches_.clear();
+  archive_.clear();
+}
+
+}  // namespace meld::kernel

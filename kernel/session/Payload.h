@@ -1,0 +1,57 @@
+// What an entity carries besides its class. Payloads are immutable once they
+// are in the entity table: a change builds a new payload and replaces the old
+// one, which the undo journal keeps alive for as long as a mark can go back to
+// it.
+#pragma once
+
+#include "pk.h"
+
+#include <TopoDS_Shape.hxx>
+
+#include <memory>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace meld::kernel {
+
+struct BodyData {
+  TopoDS_Shape shape;
+  PK_BODY_type_t type = PK_BODY_type_solid_c;
+};
+
+struct AssemblyData {};
+
+// An instance's assembly is its owner and its part its referent (Record).
+struct InstanceData {
+  PK_TRANSF_t transf = PK_ENTITY_null;
+};
+
+struct TransfData {
+  double matrix[4][4] = {};
+};
+
+struct AttdefData {
+  std::string name;
+  std::vector<PK_ATTRIB_field_t> fields;
+};
+
+using AttribValue = std::variant<std::monostate, std::string, std::u16string>;
+
+// An attribute's owner is the entity it is attached to, its referent its
+// definition.
+struct AttribData {
+  std::vector<AttribValue> fields;
+};
+
+// Partitions, pmarks and marks carry nothing.
+using Payload =
+    std::variant<std::monostate, BodyData, AssemblyData, InstanceData, TransfData, AttdefData, AttribData>;
+using PayloadPtr = std::shared_ptr<const Payload>;
+
+template <class T>
+PayloadPtr makePayload(T value) {
+  return std::make_shared<const Payload>(std::move(value));
+}
+
+}  // namespace meld::kernel
