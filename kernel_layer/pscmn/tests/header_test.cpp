@@ -31,7 +31,17 @@ std::string between(const std::string& text, const std::string& from, const std:
   return text.substr(begin + from.size(), end - begin - from.size());
 }
 
-class HeaderWrite : public FrustrumTest {};
+class HeaderWrite : public FrustrumTest {
+ protected:
+  // A file opened for writing and closed at once holds only its header.
+  std::string headerOf(int guise, int format, const std::string& key,
+                       const std::string& fileName, const std::string& pd2 = "") {
+    Opened out = openWrite(guise, format, key, pd2);
+    EXPECT_EQ(out.ifail, 0);
+    EXPECT_EQ(close(guise, out.strid), 0);
+    return fileText(fileName);
+  }
+};
 class HeaderRead : public FrustrumTest {
  protected:
   // Opens "in.x_t" (text) with the header skip and returns its first data line.
@@ -47,12 +57,9 @@ class HeaderRead : public FrustrumTest {
 };
 
 TEST_F(HeaderWrite, TransmitHeaderBytesAreExact) {
-  Opened out = openWrite(kTransmit, kText, "part", "SCH=SCH_3400000_34000;USFLD_SIZE=0;");
-  ASSERT_EQ(out.ifail, 0);
-  ASSERT_EQ(close(kTransmit, out.strid), 0);
   EXPECT_EQ(kLine1.size(), 81u);
   EXPECT_EQ(kClosing.size(), 81u);
-  EXPECT_EQ(fileText("result.x_t"),
+  EXPECT_EQ(headerOf(kTransmit, kText, "part", "result.x_t", "SCH=SCH_3400000_34000;USFLD_SIZE=0;"),
             kLine1 + kLine2 + kPart1Constants +
                 "FORMAT=text;\nGUISE=transmit;\nKEY=part;\nFILE=result.x_t;\nDATE=unknown;\n"
                 "**PART2;\nSCH=SCH_3400000_34000;\nUSFLD_SIZE=0;\n**PART3;\n" + kClosing);
@@ -68,21 +75,17 @@ TEST_F(HeaderWrite, FixedLinesMatchRealPartFiles) {
 }
 
 TEST_F(HeaderWrite, BinaryAndOtherGuisesAreNamedInPart1) {
-  Opened journal = openWrite(PK_FR_guise_journal, kBinary, "j");
-  ASSERT_EQ(journal.ifail, 0);
-  ASSERT_EQ(close(PK_FR_guise_journal, journal.strid), 0);
-  EXPECT_EQ(between(fileText("j.jnl_bin"), "USER=unknown;\n", "DATE="),
+  std::string header = headerOf(PK_FR_guise_journal, kBinary, "j", "j.jnl_bin");
+  EXPECT_EQ(between(header, "USER=unknown;\n", "DATE="),
             "FORMAT=binary;\nGUISE=journal;\nKEY=j;\nFILE=j.jnl_bin;\n");
 }
 
 TEST_F(HeaderWrite, LongKeyAndFileLinesFoldAtEightyCharacters) {
   // KEY= line: 4 + 100 + 2 = 106 characters; FILE= line: 5 + 108 + 2 = 115.
   const std::string key(100, 'k');
-  Opened out = openWrite(PK_FR_guise_journal, kText, key);
-  ASSERT_EQ(out.ifail, 0);
-  ASSERT_EQ(close(PK_FR_guise_journal, out.strid), 0);
-  std::string fileName = key + ".jnl_txt";
-  EXPECT_EQ(between(fileText(fileName), "GUISE=journal;\n", "DATE="),
+  const std::string fileName = key + ".jnl_txt";
+  std::string header = headerOf(PK_FR_guise_journal, kText, key, fileName);
+  EXPECT_EQ(between(header, "GUISE=journal;\n", "DATE="),
             "KEY=" + key.substr(0, 76) + "\n" + key.substr(76) + ";\n" +
                 "FILE=" + fileName.substr(0, 75) + "\n" + fileName.substr(75) + ";\n");
 }
@@ -90,11 +93,8 @@ TEST_F(HeaderWrite, LongKeyAndFileLinesFoldAtEightyCharacters) {
 TEST_F(HeaderWrite, TwoHundredCharacterLineGivesTwoFullPiecesAndTail) {
   // FILE= + 193-character name + ";\n" is exactly 200 characters.
   const std::string key(185, 'q');
-  Opened out = openWrite(PK_FR_guise_journal, kText, key);
-  ASSERT_EQ(out.ifail, 0);
-  ASSERT_EQ(close(PK_FR_guise_journal, out.strid), 0);
-  std::string fileName = key + ".jnl_txt";
-  std::string folded = between(fileText(fileName), "FILE=", "DATE=");
+  const std::string fileName = key + ".jnl_txt";
+  std::string folded = between(headerOf(PK_FR_guise_journal, kText, key, fileName), "FILE=", "DATE=");
   std::string line = "FILE=" + fileName + ";\n";
   ASSERT_EQ(line.size(), 200u);
   EXPECT_EQ("FILE=" + folded,
@@ -102,10 +102,8 @@ TEST_F(HeaderWrite, TwoHundredCharacterLineGivesTwoFullPiecesAndTail) {
 }
 
 TEST_F(HeaderWrite, Part2ItemsOnePerLineTrailingPartDropped) {
-  Opened out = openWrite(kTransmit, kText, "p", "A=1;B=2;C");
-  ASSERT_EQ(out.ifail, 0);
-  ASSERT_EQ(close(kTransmit, out.strid), 0);
-  EXPECT_EQ(between(fileText("result.x_t"), "**PART2;\n", "**PART3;\n"), "A=1;\nB=2;\n");
+  std::string header = headerOf(kTransmit, kText, "p", "result.x_t", "A=1;B=2;C");
+  EXPECT_EQ(between(header, "**PART2;\n", "**PART3;\n"), "A=1;\nB=2;\n");
 }
 
 TEST_F(HeaderWrite, DebugReportGetsOnlyTheXmlDeclaration) {
