@@ -18,12 +18,10 @@ void PSCFatalRangeError(const char* what, size_t length, size_t limit) {
   std::abort();
 }
 
-bool PSCFrustrumTraceOn() {
-  const char* value = std::getenv("VTDBG_FRUSTRUM");
-  return value != nullptr && std::atoi(value) > 0;
-}
-
 void PSCFrustrumTrace(int level, const char* format, const char* argument) {
+  // Read at every call, so that tracing can be switched on for one open.
+  const char* value = std::getenv("VTDBG_FRUSTRUM");
+  if (value == nullptr || std::atoi(value) <= 0) return;
   char text[300];
   std::snprintf(text, sizeof text, format, argument);
   PSCWriteLog(level, 0, text);

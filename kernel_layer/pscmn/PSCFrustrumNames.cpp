@@ -25,10 +25,8 @@ constexpr GuiseExtensions kGuiseExtensions[] = {
 bool st_UseShortSchemaNames() {
   const char* value = std::getenv("VTX_PSC_USE_SHORT_NAME_SCHEMA");
   bool shortNames = value != nullptr && std::atoi(value) != 0;
-  if (PSCFrustrumTraceOn()) {
-    PSCFrustrumTrace(10, shortNames ? ">>> USING SHORT NAME SCHEMA\n%s"
-                                    : ">>> USING LONG NAME SCHEMA\n%s", "");
-  }
+  PSCFrustrumTrace(10, shortNames ? ">>> USING SHORT NAME SCHEMA\n"
+                                  : ">>> USING LONG NAME SCHEMA\n");
   return shortNames;
 }
 

@@ -17,12 +17,10 @@ int st_PrepareOpen(int guise, int format, const char* name, int namlen, bool for
   if (g_frustrum.openCount >= PSC_MAX_STREAMS) return PK_FR_open_fail;
   int rc = PSCBuildFileName(guise, format, name, namlen, forWrite, key, fileName);
   if (rc != 0) return rc;
-  if (PSCFrustrumTraceOn()) {
-    PSCFrustrumTrace(forWrite ? 16 : 10,
-                     forWrite ? ">>> Opening file \"%s\" to write at Frustrum.\n"
-                              : ">>> Opening file \"%s\" to Read at Frustrum.\n",
-                     fileName.c_str());
-  }
+  PSCFrustrumTrace(forWrite ? 16 : 10,
+                   forWrite ? ">>> Opening file \"%s\" to write at Frustrum.\n"
+                            : ">>> Opening file \"%s\" to Read at Frustrum.\n",
+                   fileName.c_str());
   return PSCIsBadFileName(fileName.c_str()) ? PK_FR_bad_name : PK_FR_no_errors;
 }
 
@@ -36,9 +34,7 @@ int st_WriteLeadIn(PSCFileDescriptor* stream, const char* pd2, int pd2len) {
 }
 
 void st_ReportOpened(int level, const std::string& fileName) {
-  if (PSCFrustrumTraceOn()) {
-    PSCFrustrumTrace(level, ">>>         file \"%s\" opened.\n", fileName.c_str());
-  }
+  PSCFrustrumTrace(level, ">>>         file \"%s\" opened.\n", fileName.c_str());
 }
 
 }  // namespace

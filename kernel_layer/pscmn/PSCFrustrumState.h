@@ -46,9 +46,9 @@ inline bool PSCFrustrumStarted() { return g_frustrum.startCount > 0; }
 // that long means the caller's data is corrupt, and no code can express that.
 [[noreturn]] void PSCFatalRangeError(const char* what, size_t length, size_t limit);
 
-// Trace lines for "VTDBG_FRUSTRUM": `format` holds one %s for `argument`.
-bool PSCFrustrumTraceOn();
-void PSCFrustrumTrace(int level, const char* format, const char* argument);
+// A trace line for the message log, written only while "VTDBG_FRUSTRUM" is a
+// positive integer; `format` may hold one %s for `argument`.
+void PSCFrustrumTrace(int level, const char* format, const char* argument = "");
 
 // Descriptors and stream numbers.
 int PSCAddDescriptor(FILE* file, int guise, int format, int mode, const char* key,

@@ -1,5 +1,6 @@
 // Open streams: descriptors with their stream numbers, the shared line buffer,
 // and the close, read and write slots.
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -128,6 +129,7 @@ void PSCFreeSharedLineBuffer() {
 
 int PSCReadTextLine(PSCFileDescriptor* stream, int nmax, char* buffer, int* nactual) {
   *nactual = 0;
+  if (nmax > INT_MAX - 1) nmax = INT_MAX - 1;  // fgets counts the terminator in an int
   char* line = PSCSharedLineBuffer(static_cast<size_t>(nmax) + 1);
   if (line == nullptr) return PK_FR_unspecified;
   if (std::fgets(line, nmax + 1, stream->file) == nullptr) {
