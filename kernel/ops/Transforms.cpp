@@ -15,13 +15,28 @@ namespace {
 
 constexpr double kScaleTolerance = 1e-9;
 
-// Rotation (possibly with a uniform scale) plus translation; perspective terms
-// and a non-unit homogeneous term are refused.
+// Whether the 3x3 part is a rotation (or reflection) times a uniform scale:
+// its columns are orthogonal and of one length.
+bool isScaledOrthogonal(const double (&m)[4][4]) {
+  double dot[3][3];
+  for (int i = 0; i < 3; ++i)
+    for (int j = 0; j < 3; ++j) dot[i][j] = m[0][i] * m[0][j] + m[1][i] * m[1][j] + m[2][i] * m[2][j];
+  double square = dot[0][0];
+  if (!(square > 0)) return false;
+  for (int i = 0; i < 3; ++i)
+    for (int j = 0; j < 3; ++j)
+      if (std::abs(dot[i][j] - (i == j ? square : 0.0)) > kScaleTolerance * square) return false;
+  return true;
+}
+
+// Rotation (possibly with a uniform scale) plus translation; perspective terms,
+// a non-unit homogeneous term and shears are refused.
 gp_Trsf toTrsf(const double (&m)[4][4]) {
   for (int j = 0; j < 3; ++j) require(m[3][j] == 0.0, PK_ERROR_bad_transf);
   require(m[3][3] == 1.0, PK_ERROR_bad_transf);
   for (const auto& row : m)
     for (double v : row) require(std::isfinite(v), PK_ERROR_bad_transf);
+  require(isScaledOrthogonal(m), PK_ERROR_bad_transf);
   gp_Trsf trsf;
   try {
     trsf.SetValues(m[0][0], m[0][1], m[0][2], m[0][3], m[1][0], m[1][1], m[1][2], m[1][3], m[2][0],

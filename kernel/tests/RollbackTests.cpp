@@ -1,0 +1,290 @@
+#include "TestKernel.h"
+
+#include "ops/Bodies.h"
+#include "session/Session.h"
+
+#include <map>
+
+using namespace kerneltest;
+
+namespace {
+
+// Everything a roll-back must restore about a set of tags.
+struct EntityState {
+  bool exists = false;
+  PK_CLASS_t cls = 0;
+  const void* tshape = nullptr;
+  std::string box;
+  double volume = 0;
+  std::string text;
+  bool operator==(const EntityState&) const = default;
+};
+
+using Snapshot = std::map<PK_ENTITY_t, EntityState>;
+
+Snapshot snapshot(const std::vector<PK_ENTITY_t>& tags) {
+  Snapshot shot;
+  for (PK_ENTITY_t tag : tags) {
+    EntityState& state = shot[tag];
+    PK_LOGICAL_t is = PK_LOGICAL_false;
+    EXPECT_EQ(PK_ENTITY_is(tag, &is), PK_ERROR_no_errors);
+    if (!is) continue;
+    state.exists = true;
+    EXPECT_EQ(PK_ENTITY_ask_class(tag, &state.cls), PK_ERROR_no_errors);
+    if (state.cls == PK_CLASS_body) {
+      state.tshape = meld::kernel::bodyData(tag).shape.TShape().get();
+      state.box = boxOf(tag);
+      state.volume = volumeOf(tag);
+    } else if (state.cls == PK_CLASS_attrib) {
+      char* text = nullptr;
+      EXPECT_EQ(PK_ATTRIB_ask_string(tag, 0, &text), PK_ERROR_no_errors);
+      state.text = text ? text : "";
+    }
+  }
+  return shot;
+}
+
+PK_ATTDEF_t nameDef() {
+  PK_ATTDEF_t def = 0;
+  EXPECT_EQ(PK_ATTDEF_find("SDL/TYSA_NAME", &def), PK_ERROR_no_errors);
+  return def;
+}
+
+// A small model: a named block, a cylinder, a sphere.
+struct Model {
+  PK_BODY_t block = makeBlock(1, 1, 1);
+  PK_BODY_t cyl = 0, sphere = 0;
+  PK_ATTRIB_t name = 0;
+  Model() {
+    EXPECT_EQ(PK_BODY_create_solid_cyl(0.5, 2, nullptr, &cyl), PK_ERROR_no_errors);
+    EXPECT_EQ(PK_BODY_create_solid_sphere(0.7, nullptr, &sphere), PK_ERROR_no_errors);
+    EXPECT_EQ(PK_ATTRIB_create_empty(block, nameDef(), &name), PK_ERROR_no_errors);
+    EXPECT_EQ(PK_ATTRIB_set_string(name, 0, "before"), PK_ERROR_no_errors);
+  }
+  std::vector<PK_ENTITY_t> tags(PK_ENTITY_t extra = 0) const {
+    return {block, cyl, sphere, name, extra};
+  }
+};
+
+// Creates a body, deletes one, moves one and renames: one of every change.
+// Returns the created body.
+PK_BODY_t changeEverything(const Model& m) {
+  PK_BODY_t added = makeBlock(2, 2, 2, 5);
+  if (snapshot({m.cyl})[m.cyl].exists) {
+    EXPECT_EQ(PK_ENTITY_delete(1, &m.cyl), PK_ERROR_no_errors);
+  }
+  PK_TRANSF_sf_t shift{{{1, 0, 0, 3}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 1}}};
+  PK_TRANSF_t transf = 0;
+  EXPECT_EQ(PK_TRANSF_create(&shift, &transf), PK_ERROR_no_errors);
+  EXPECT_EQ(PK_BODY_transform_2(m.sphere, transf, 1e-6, nullptr), PK_ERROR_no_errors);
+  EXPECT_EQ(PK_ATTRIB_set_string(m.name, 0, "after"), PK_ERROR_no_errors);
+  return added;
+}
+
+PK_PMARK_t makePmark() {
+  PK_PARTITION_t partition = 0;
+  EXPECT_EQ(PK_SESSION_ask_curr_partition(&partition), PK_ERROR_no_errors);
+  PK_PMARK_t pmark = 0;
+  EXPECT_EQ(PK_PARTITION_make_pmark(partition, &pmark), PK_ERROR_no_errors);
+  return pmark;
+}
+
+PK_ERROR_code_t gotoPmark(PK_PMARK_t pmark, std::vector<int>* created = nullptr,
+                          std::vector<int>* modified = nullptr, std::vector<int>* deleted = nullptr) {
+  PK_PMARK_goto_o_t options;
+  PK_PMARK_goto_o_m(options);
+  int n[3] = {0, 0, 0};
+  int* arrays[3] = {nullptr, nullptr, nullptr};
+  PK_ERROR_code_t code =
+      PK_PMARK_goto_2(pmark, &options, &n[0], &arrays[0], &n[1], &arrays[1], &n[2], &arrays[2]);
+  std::vector<int>* outs[3] = {created, modified, deleted};
+  for (int i = 0; i < 3; ++i) {
+    if (outs[i]) outs[i]->assign(arrays[i], arrays[i] + n[i]);
+    EXPECT_EQ(PK_MEMORY_free(arrays[i]), PK_ERROR_no_errors);
+  }
+  return code;
+}
+
+meld::kernel::Journal& journal() { return meld::kernel::session().journal; }
+
+long long stretchBytes(long long records) { return 4 + 21 * records; }
+
+}  // namespace
+
+using Pmarks = KernelSession;
+
+TEST_F(Pmarks, GotoRestoresExactlyThroughTheDeltaStore) {
+  Model m;
+  PK_PMARK_t pmark = makePmark();
+  Snapshot before = snapshot(m.tags());
+  EXPECT_EQ(deltaLog().opensForWrite, 1);
+  PK_BODY_t added = changeEverything(m);
+  EXPECT_EQ(deltaLog().bytesWritten, 0);  // nothing is written until a goto needs it
+
+  std::vector<int> created, modified, deleted;
+  ASSERT_EQ(gotoPmark(pmark, &created, &modified, &deleted), PK_ERROR_no_errors);
+  EXPECT_EQ(snapshot(m.tags()), before);
+  EXPECT_EQ(snapshot({added})[added].exists, false);
+  EXPECT_EQ(created, (std::vector<int>{m.cyl}));
+  EXPECT_EQ(modified, (std::vector<int>{m.sphere, m.name}));
+  ASSERT_EQ(deleted.size(), 2u);  // the added block and its transform
+  EXPECT_EQ(deleted[0], added);
+
+  // created block + transform, deleted cylinder, moved sphere, renamed: 5 records.
+  EXPECT_EQ(deltaLog().bytesWritten, stretchBytes(5));
+  EXPECT_EQ(deltaLog().bytesRead, deltaLog().bytesWritten);
+  EXPECT_EQ(deltaLog().closedWithDataUnread, 0);
+  EXPECT_EQ(deltaLog().deletes, 1);        // the spent delta
+  EXPECT_EQ(deltaLog().opensForWrite, 2);  // and a fresh one for the pmark
+
+  // The pmark stays: change again and go back again.
+  changeEverything(m);
+  ASSERT_EQ(gotoPmark(pmark), PK_ERROR_no_errors);
+  EXPECT_EQ(snapshot(m.tags()), before);
+
+  int n = 0;
+  PK_PMARK_t* gone = nullptr;
+  ASSERT_EQ(PK_PMARK_delete(1, &pmark, &n, &gone), PK_ERROR_no_errors);
+  ASSERT_EQ(n, 1);
+  EXPECT_EQ(gone[0], pmark);
+  EXPECT_EQ(PK_MEMORY_free(gone), PK_ERROR_no_errors);
+  EXPECT_TRUE(deltaLog().deltas.empty());
+  EXPECT_EQ(journal().stretchCount(), 0u);
+  EXPECT_EQ(journal().archivedPayloads(), 0u);
+  EXPECT_EQ(gotoPmark(pmark), PK_ERROR_bad_mark);
+}
+
+TEST_F(Pmarks, NextPmarkWritesThePreviousStretchAndGotoDropsLaterPmarks) {
+  Model m;
+  PK_PMARK_t first = makePmark();
+  Snapshot atFirst = snapshot(m.tags());
+  PK_BODY_t b1 = makeBlock(1, 1, 1, 3), b2 = makeBlock(1, 1, 1, 6);
+  PK_PMARK_t second = makePmark();
+  EXPECT_EQ(deltaLog().bytesWritten, stretchBytes(2));
+  PK_BODY_t b3 = changeEverything(m);
+
+  ASSERT_EQ(gotoPmark(first), PK_ERROR_no_errors);
+  EXPECT_EQ(snapshot(m.tags()), atFirst);
+  Snapshot gone = snapshot({b1, b2, b3});
+  for (auto& [tag, state] : gone) EXPECT_FALSE(state.exists) << tag;
+  EXPECT_EQ(deltaLog().bytesRead, deltaLog().bytesWritten);
+  PK_LOGICAL_t is = PK_LOGICAL_true;
+  ASSERT_EQ(PK_ENTITY_is(second, &is), PK_ERROR_no_errors);
+  EXPECT_EQ(is, PK_LOGICAL_false);
+  EXPECT_EQ(gotoPmark(second), PK_ERROR_bad_mark);
+  EXPECT_EQ(deltaLog().deltas.size(), 1u);  // only the first pmark's fresh delta
+}
+
+TEST_F(Pmarks, CorruptDeltaLeavesTheModelAlone) {
+  Model m;
+  PK_PMARK_t pmark = makePmark();
+  PK_BODY_t added = changeEverything(m);
+  Snapshot changed = snapshot(m.tags(added));
+  deltaLog().corruptReads = true;
+  EXPECT_EQ(gotoPmark(pmark), PK_ERROR_corrupt_delta);
+  EXPECT_EQ(snapshot(m.tags(added)), changed);
+}
+
+TEST_F(Pmarks, StopReleasesEveryDelta) {
+  Model m;
+  makePmark();
+  makeBlock(1, 1, 1);
+  makePmark();
+  EXPECT_EQ(deltaLog().deltas.size(), 2u);
+  ASSERT_EQ(PK_SESSION_stop(), PK_ERROR_no_errors);
+  EXPECT_TRUE(deltaLog().deltas.empty());
+}
+
+using Marks = KernelSession;
+
+TEST_F(Marks, GotoRestoresAndForgetsLaterMarks) {
+  Model m;
+  PK_MARK_t outer = 0, inner = 0;
+  ASSERT_EQ(PK_MARK_create(&outer), PK_ERROR_no_errors);
+  Snapshot atOuter = snapshot(m.tags());
+  PK_BODY_t added = changeEverything(m);
+  ASSERT_EQ(PK_MARK_create(&inner), PK_ERROR_no_errors);
+  Snapshot atInner = snapshot(m.tags(added));
+  changeEverything(m);
+  ASSERT_EQ(PK_MARK_goto(inner), PK_ERROR_no_errors);
+  EXPECT_EQ(snapshot(m.tags(added)), atInner);
+  ASSERT_EQ(PK_MARK_goto(outer), PK_ERROR_no_errors);
+  EXPECT_EQ(snapshot(m.tags()), atOuter);
+  EXPECT_EQ(PK_MARK_goto(inner), PK_ERROR_bad_mark);
+  EXPECT_EQ(deltaLog().bytesWritten, 0);  // plain marks never touch the delta store
+
+  ASSERT_EQ(PK_MARK_delete(outer), PK_ERROR_no_errors);
+  EXPECT_EQ(journal().stretchCount(), 0u);
+  EXPECT_EQ(journal().archivedPayloads(), 0u);
+  changeEverything(m);  // with no mark, nothing is journalled
+  EXPECT_EQ(journal().stretchCount(), 0u);
+  EXPECT_EQ(journal().archivedPayloads(), 0u);
+}
+
+TEST_F(Marks, MarkInsideAWrittenDeltaKeepsTheRestForItsPmark) {
+  Model m;
+  PK_PMARK_t first = makePmark();
+  Snapshot atFirst = snapshot(m.tags());
+  PK_BODY_t b1 = makeBlock(1, 1, 1, 3);
+  PK_MARK_t mark = 0;
+  ASSERT_EQ(PK_MARK_create(&mark), PK_ERROR_no_errors);
+  PK_BODY_t b2 = makeBlock(1, 1, 1, 6);
+  makePmark();  // writes first's stretch (two records) to its delta
+  ASSERT_EQ(PK_MARK_goto(mark), PK_ERROR_no_errors);
+  EXPECT_TRUE(snapshot({b1})[b1].exists);
+  EXPECT_FALSE(snapshot({b2})[b2].exists);
+  ASSERT_EQ(gotoPmark(first), PK_ERROR_no_errors);
+  EXPECT_EQ(snapshot(m.tags()), atFirst);
+  EXPECT_FALSE(snapshot({b1})[b1].exists);
+}
+
+using KInterface = KernelSession;
+
+TEST_F(KInterface, SizeParameterIsChecked) {
+  const int code = KI_param_rollback_size;
+  const double zero = 0;
+  int ifail = 0;
+  for (int size : {0, -5, KI_rollback_size_min - 1, KI_rollback_size_max + 1}) {
+    KI_SEINTP(&code, &size, &zero, &ifail);
+    EXPECT_EQ(ifail, KI_rollback_size_bad) << size;
+  }
+  const int good = 1 << 20;
+  KI_SEINTP(&code, &good, &zero, &ifail);
+  EXPECT_EQ(ifail, 0);
+  const int other = 4;
+  KI_SEINTP(&other, &good, &zero, &ifail);
+  EXPECT_EQ(ifail, KI_bad_parameter);
+  KI_ROLBLM(&ifail);
+  EXPECT_EQ(ifail, KI_rollback_not_started);
+  frustrumLog().failOprb = true;
+  KI_ROLSMK(&ifail);
+  EXPECT_EQ(ifail, KI_cant_open_rollback);
+}
+
+TEST_F(KInterface, RollBackToTheLastMarkThroughTheFile) {
+  Model m;
+  int ifail = -1;
+  KI_ROLSMK(&ifail);
+  ASSERT_EQ(ifail, 0);
+  EXPECT_EQ(frustrumLog().ffoprb, 1);
+  Snapshot atMark = snapshot(m.tags());
+  PK_BODY_t added = changeEverything(m);
+  KI_ROLBLM(&ifail);
+  ASSERT_EQ(ifail, 0);
+  EXPECT_EQ(snapshot(m.tags()), atMark);
+  EXPECT_FALSE(snapshot({added})[added].exists);
+  EXPECT_EQ(frustrumLog().fileBytesWritten, 16 + stretchBytes(5));
+  EXPECT_EQ(frustrumLog().fileBytesRead, 16 + stretchBytes(5));
+
+  // The mark stays for the next attempt; the file is opened once.
+  changeEverything(m);
+  KI_ROLBLM(&ifail);
+  ASSERT_EQ(ifail, 0);
+  EXPECT_EQ(snapshot(m.tags()), atMark);
+  KI_ROLSMK(&ifail);
+  EXPECT_EQ(frustrumLog().ffoprb, 1);
+  const int code = KI_param_rollback_size, size = 1 << 20;
+  const double zero = 0;
+  KI_SEINTP(&code, &size, &zero, &ifail);
+  EXPECT_EQ(ifail, KI_rollback_size_bad);  // the file is open: too late to resize
+}

@@ -1,0 +1,144 @@
+#include "TestKernel.h"
+
+#include "session/Parallelism.h"
+
+#include <BOPAlgo_Options.hxx>
+#include <OSD_ThreadPool.hxx>
+
+using namespace kerneltest;
+
+namespace {
+
+struct FreshProcess : ::testing::Test {
+  void SetUp() override {
+    resetRegistration();
+    frustrumLog() = FrustrumLog{};
+  }
+  void TearDown() override { resetRegistration(); }
+};
+
+PK_ERROR_code_t startDefault() {
+  PK_SESSION_start_o_t options;
+  PK_SESSION_start_o_m(options);
+  return PK_SESSION_start(&options);
+}
+
+}  // namespace
+
+TEST_F(FreshProcess, StartAndStopFollowTheRegistration) {
+  EXPECT_EQ(PK_SESSION_stop(), PK_ERROR_not_in_session);
+  EXPECT_EQ(startDefault(), PK_ERROR_frustrum_not_registered);
+
+  PK_SESSION_frustrum_t partial = testFrustrum();
+  partial.ffoprb = nullptr;
+  EXPECT_EQ(PK_SESSION_register_frustrum(&partial), PK_ERROR_frustrum_incomplete);
+  EXPECT_EQ(startDefault(), PK_ERROR_frustrum_not_registered);
+
+  PK_SESSION_frustrum_t full = testFrustrum();
+  ASSERT_EQ(PK_SESSION_register_frustrum(&full), PK_ERROR_no_errors);
+  ASSERT_EQ(startDefault(), PK_ERROR_no_errors);
+  EXPECT_EQ(startDefault(), PK_ERROR_already_in_session);
+  EXPECT_EQ(PK_SESSION_register_frustrum(&full), PK_ERROR_already_in_session);
+  EXPECT_EQ(frustrumLog().fstart, 1);
+
+  ASSERT_EQ(PK_SESSION_stop(), PK_ERROR_no_errors);
+  EXPECT_EQ(frustrumLog().fstop, 1);
+  EXPECT_EQ(PK_SESSION_stop(), PK_ERROR_not_in_session);
+  PK_PARTITION_t partition = 0;
+  EXPECT_EQ(PK_SESSION_ask_curr_partition(&partition), PK_ERROR_not_in_session);
+  PK_BODY_t body = 0;
+  EXPECT_EQ(PK_BODY_create_solid_sphere(1, nullptr, &body), PK_ERROR_not_in_session);
+}
+
+TEST_F(FreshProcess, StartRefusesBadOptionsAndAFailingFstart) {
+  PK_SESSION_frustrum_t full = testFrustrum();
+  ASSERT_EQ(PK_SESSION_register_frustrum(&full), PK_ERROR_no_errors);
+  PK_SESSION_start_o_t options;
+  PK_SESSION_start_o_m(options);
+  options.user_field = 17;
+  EXPECT_EQ(PK_SESSION_start(&options), PK_ERROR_bad_user_field_size);
+  PK_SESSION_start_o_m(options);
+  char journal[] = "journal.jnl";
+  options.journal_file = journal;
+  EXPECT_EQ(PK_SESSION_start(&options), PK_ERROR_bad_option_data);
+  frustrumLog().failFstart = true;
+  EXPECT_EQ(startDefault(), PK_ERROR_frustrum_failure);
+  frustrumLog().failFstart = false;
+  ASSERT_EQ(startDefault(), PK_ERROR_no_errors);
+  EXPECT_EQ(PK_SESSION_stop(), PK_ERROR_no_errors);
+}
+
+TEST_F(FreshProcess, DeltaCallbacksMustBeComplete) {
+  PK_DELTA_frustrum_t deltas = testDeltas();
+  deltas.read_fn = nullptr;
+  EXPECT_EQ(PK_DELTA_register_callbacks(&deltas), PK_ERROR_frustrum_incomplete);
+  PK_SESSION_frustrum_t full = testFrustrum();
+  ASSERT_EQ(PK_SESSION_register_frustrum(&full), PK_ERROR_no_errors);
+  ASSERT_EQ(startDefault(), PK_ERROR_no_errors);
+  PK_PARTITION_t partition = 0;
+  ASSERT_EQ(PK_SESSION_ask_curr_partition(&partition), PK_ERROR_no_errors);
+  PK_PMARK_t pmark = 0;
+  EXPECT_EQ(PK_PARTITION_make_pmark(partition, &pmark), PK_ERROR_rollback_not_started);
+  EXPECT_EQ(PK_SESSION_stop(), PK_ERROR_no_errors);
+}
+
+using SessionSwitches = KernelSession;
+
+TEST_F(SessionSwitches, ChecksAreStoredAndAnswered) {
+  PK_LOGICAL_t value = PK_LOGICAL_false;
+  ASSERT_EQ(PK_SESSION_ask_check_self_int(&value), PK_ERROR_no_errors);
+  EXPECT_EQ(value, PK_LOGICAL_true);
+  ASSERT_EQ(PK_SESSION_set_check_self_int(PK_LOGICAL_false), PK_ERROR_no_errors);
+  ASSERT_EQ(PK_SESSION_set_check_continuity(PK_LOGICAL_false), PK_ERROR_no_errors);
+  ASSERT_EQ(PK_SESSION_ask_check_self_int(&value), PK_ERROR_no_errors);
+  EXPECT_EQ(value, PK_LOGICAL_false);
+  ASSERT_EQ(PK_SESSION_ask_check_continuity(&value), PK_ERROR_no_errors);
+  EXPECT_EQ(value, PK_LOGICAL_false);
+}
+
+TEST_F(SessionSwitches, SmpSettingReachesOcctThreading) {
+  EXPECT_EQ(meld::kernel::sessionThreads(), 1);
+  EXPECT_FALSE(BOPAlgo_Options::GetParallelMode());
+
+  PK_SESSION_smp_o_t smp;
+  PK_SESSION_smp_o_m(smp);
+  smp.thread_format = PK_thread_absolute_c;
+  smp.n_threads = 3;
+  smp.on_single_processor = PK_LOGICAL_true;
+  ASSERT_EQ(PK_SESSION_set_smp(&smp), PK_ERROR_no_errors);
+  PK_SESSION_smp_r_t asked;
+  ASSERT_EQ(PK_SESSION_ask_smp(&asked), PK_ERROR_no_errors);
+  EXPECT_EQ(asked.thread_format, PK_thread_absolute_c);
+  EXPECT_EQ(asked.n_threads, 3);
+  EXPECT_EQ(meld::kernel::sessionThreads(), 3);
+  EXPECT_TRUE(BOPAlgo_Options::GetParallelMode());
+  EXPECT_EQ(OSD_ThreadPool::DefaultPool()->NbThreads(), 3);
+
+  smp.thread_format = PK_thread_disabled_c;
+  smp.n_threads = 0;
+  ASSERT_EQ(PK_SESSION_set_smp(&smp), PK_ERROR_no_errors);
+  EXPECT_FALSE(BOPAlgo_Options::GetParallelMode());
+  EXPECT_EQ(meld::kernel::sessionThreads(), 1);
+
+  smp.thread_format = PK_thread_absolute_c;
+  smp.n_threads = 0;
+  EXPECT_EQ(PK_SESSION_set_smp(&smp), PK_ERROR_bad_option_data);
+  smp.thread_format = 4711;
+  smp.n_threads = 2;
+  EXPECT_EQ(PK_SESSION_set_smp(&smp), PK_ERROR_bad_option_data);
+}
+
+TEST_F(SessionSwitches, MemoryGoesThroughTheFrustrum) {
+  int mallocsBefore = frustrumLog().fmallo;
+  void* block = nullptr;
+  ASSERT_EQ(PK_MEMORY_alloc(1000, &block), PK_ERROR_no_errors);
+  ASSERT_NE(block, nullptr);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % 16, 0u);
+  std::memset(block, 0x5A, 1000);
+  EXPECT_EQ(frustrumLog().fmallo, mallocsBefore + 1);
+  EXPECT_GE(frustrumLog().liveBytes, 1000);
+  ASSERT_EQ(PK_MEMORY_free(block), PK_ERROR_no_errors);
+  EXPECT_EQ(frustrumLog().liveBytes, 0);
+  EXPECT_EQ(PK_MEMORY_free(nullptr), PK_ERROR_no_errors);
+  EXPECT_EQ(PK_MEMORY_alloc(10, nullptr), PK_ERROR_null_arg_address);
+}

@@ -1,0 +1,224 @@
+#include "TestKernel.h"
+
+#include "ops/Bodies.h"
+#include "session/Session.h"
+
+#include <BRepBndLib.hxx>
+#include <BRepGProp.hxx>
+#include <Bnd_Box.hxx>
+#include <GProp_GProps.hxx>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace kerneltest {
+
+namespace {
+
+struct DeltaCursor {
+  bool open = false, reading = false;
+  std::size_t position = 0;
+};
+std::map<PK_DELTA_t, DeltaCursor> cursors;
+PK_DELTA_t nextKey = 1;
+std::size_t filePosition = 0;
+
+void fstart(int* ifail) {
+  ++frustrumLog().fstart;
+  *ifail = frustrumLog().failFstart ? PK_FR_unspecified : PK_FR_no_errors;
+}
+void fstop(int* ifail) {
+  ++frustrumLog().fstop;
+  *ifail = PK_FR_no_errors;
+}
+void fmallo(const int* nbytes, char** memory, int* ifail) {
+  ++frustrumLog().fmallo;
+  frustrumLog().liveBytes += *nbytes;
+  *memory = static_cast<char*>(std::malloc(std::size_t(*nbytes)));
+  *ifail = *memory ? PK_FR_no_errors : PK_FR_memory_full;
+}
+void fmfree(const int* nbytes, char** memory, int* ifail) {
+  ++frustrumLog().fmfree;
+  frustrumLog().liveBytes -= *nbytes;
+  std::free(*memory);
+  *ifail = PK_FR_no_errors;
+}
+void ffoprd(const int*, const int*, const char*, const int*, const int*, int*, int* ifail) {
+  *ifail = PK_FR_not_found;
+}
+void ffopwr(const int*, const int*, const char*, const int*, const char*, const int*, int*,
+            int* ifail) {
+  *ifail = PK_FR_open_fail;
+}
+void ffclos(const int*, const int*, const int*, int* ifail) { *ifail = PK_FR_no_errors; }
+void ffread(const int*, const int*, const int* nmax, char* buffer, int* nactual, int* ifail) {
+  std::string& file = frustrumLog().rollbackFile;
+  // Hand out at most 7 bytes at a time: callers must cope with short reads.
+  std::size_t n = std::min({std::size_t(*nmax), std::size_t(7), file.size() - filePosition});
+  std::memcpy(buffer, file.data() + filePosition, n);
+  filePosition += n;
+  frustrumLog().fileBytesRead += long(n);
+  *nactual = int(n);
+  *ifail = n > 0 ? PK_FR_no_errors : PK_FR_end_of_file;
+}
+void ffwrit(const int*, const int*, const int* nchars, const char* buffer, int* ifail) {
+  std::string& file = frustrumLog().rollbackFile;
+  if (file.size() < filePosition + std::size_t(*nchars)) file.resize(filePosition + std::size_t(*nchars));
+  std::memcpy(file.data() + filePosition, buffer, std::size_t(*nchars));
+  filePosition += std::size_t(*nchars);
+  frustrumLog().fileBytesWritten += *nchars;
+  *ifail = PK_FR_no_errors;
+}
+void ffoprb(const int*, const int*, const int* maxsize, int* actsize, int* strid, int* ifail) {
+  ++frustrumLog().ffoprb;
+  *ifail = frustrumLog().failOprb ? PK_FR_open_fail : PK_FR_no_errors;
+  *actsize = *maxsize;
+  *strid = 1;
+}
+void ffseek(const int*, const int*, const int* position, int* ifail) {
+  filePosition = std::size_t(*position);
+  *ifail = PK_FR_no_errors;
+}
+void fftell(const int*, const int*, int* position, int* ifail) {
+  *position = int(filePosition);
+  *ifail = PK_FR_no_errors;
+}
+
+PK_ERROR_code_t openForWrite(PK_PMARK_t, PK_DELTA_t* key) {
+  ++deltaLog().opensForWrite;
+  *key = nextKey++;
+  deltaLog().deltas[*key];
+  cursors[*key] = DeltaCursor{true, false, 0};
+  return 0;
+}
+PK_ERROR_code_t openForRead(PK_DELTA_t key) {
+  ++deltaLog().opensForRead;
+  auto it = cursors.find(key);
+  if (it == cursors.end() || it->second.open) return PK_ERROR_bad_delta;
+  it->second = DeltaCursor{true, true, 0};
+  return 0;
+}
+PK_ERROR_code_t closeDelta(PK_DELTA_t key) {
+  ++deltaLog().closes;
+  auto it = cursors.find(key);
+  if (it == cursors.end() || !it->second.open) return PK_ERROR_bad_delta;
+  if (it->second.reading && it->second.position != deltaLog().deltas[key].size())
+    ++deltaLog().closedWithDataUnread;
+  it->second.open = false;
+  return 0;
+}
+PK_ERROR_code_t writeDelta(PK_DELTA_t key, unsigned n, const char* bytes) {
+  auto it = cursors.find(key);
+  if (it == cursors.end() || !it->second.open || it->second.reading) return PK_ERROR_bad_delta;
+  deltaLog().deltas[key].append(bytes, n);
+  deltaLog().bytesWritten += n;
+  return 0;
+}
+PK_ERROR_code_t readDelta(PK_DELTA_t key, unsigned n, char* bytes) {
+  auto it = cursors.find(key);
+  if (it == cursors.end() || !it->second.open || !it->second.reading) return PK_ERROR_bad_delta;
+  const std::string& data = deltaLog().deltas[key];
+  if (it->second.position + n > data.size()) return PK_ERROR_delta_read_past_end;
+  std::memcpy(bytes, data.data() + it->second.position, n);
+  if (deltaLog().corruptReads && n > 0) bytes[0] = char(0x7F);
+  it->second.position += n;
+  deltaLog().bytesRead += n;
+  return 0;
+}
+PK_ERROR_code_t deleteDelta(PK_DELTA_t key) {
+  ++deltaLog().deletes;
+  auto it = cursors.find(key);
+  if (it == cursors.end() || it->second.open) return PK_ERROR_bad_delta;
+  cursors.erase(it);
+  deltaLog().deltas.erase(key);
+  return 0;
+}
+
+}  // namespace
+
+FrustrumLog& frustrumLog() {
+  static FrustrumLog log;
+  return log;
+}
+
+DeltaLog& deltaLog() {
+  static DeltaLog log;
+  return log;
+}
+
+PK_SESSION_frustrum_t testFrustrum() {
+  PK_SESSION_frustrum_t f;
+  PK_SESSION_frustrum_o_m(f);
+  f.fstart = fstart;
+  f.fstop = fstop;
+  f.fmallo = fmallo;
+  f.fmfree = fmfree;
+  f.ffoprd = ffoprd;
+  f.ffopwr = ffopwr;
+  f.ffclos = ffclos;
+  f.ffread = ffread;
+  f.ffwrit = ffwrit;
+  f.ffoprb = ffoprb;
+  f.ffseek = ffseek;
+  f.fftell = fftell;
+  return f;
+}
+
+PK_DELTA_frustrum_t testDeltas() {
+  return PK_DELTA_frustrum_t{openForWrite, openForRead, closeDelta, writeDelta, readDelta, deleteDelta};
+}
+
+void resetRegistration() {
+  meld::kernel::Registry& r = meld::kernel::registry();
+  r.frustrum.reset();
+  r.deltaFns.reset();
+}
+
+void KernelSession::SetUp() {
+  frustrumLog() = FrustrumLog{};
+  deltaLog() = DeltaLog{};
+  cursors.clear();
+  filePosition = 0;
+  resetRegistration();
+  PK_SESSION_frustrum_t f = testFrustrum();
+  ASSERT_EQ(PK_SESSION_register_frustrum(&f), PK_ERROR_no_errors);
+  PK_DELTA_frustrum_t d = testDeltas();
+  ASSERT_EQ(PK_DELTA_register_callbacks(&d), PK_ERROR_no_errors);
+  PK_SESSION_start_o_t options;
+  PK_SESSION_start_o_m(options);
+  ASSERT_EQ(PK_SESSION_start(&options), PK_ERROR_no_errors);
+}
+
+void KernelSession::TearDown() {
+  if (meld::kernel::registry().session) {
+    EXPECT_EQ(PK_SESSION_stop(), PK_ERROR_no_errors);
+  }
+  resetRegistration();
+}
+
+double volumeOf(PK_BODY_t body) {
+  GProp_GProps props;
+  BRepGProp::VolumeProperties(meld::kernel::bodyData(body).shape, props);
+  return props.Mass();
+}
+
+std::string boxOf(PK_BODY_t body) {
+  Bnd_Box box;
+  BRepBndLib::AddOptimal(meld::kernel::bodyData(body).shape, box, false, false);
+  double c[6];
+  box.Get(c[0], c[1], c[2], c[3], c[4], c[5]);
+  char text[200];
+  std::snprintf(text, sizeof text, "%.6f %.6f %.6f %.6f %.6f %.6f", c[0], c[1], c[2], c[3], c[4], c[5]);
+  return text;
+}
+
+PK_BODY_t makeBlock(double x, double y, double z, double atX) {
+  PK_AXIS2_sf_t basis{{{atX, 0, 0}}, {{0, 0, 1}}, {{1, 0, 0}}};
+  PK_BODY_t body = PK_ENTITY_null;
+  EXPECT_EQ(PK_BODY_create_solid_block(x, y, z, &basis, &body), PK_ERROR_no_errors);
+  return body;
+}
+
+}  // namespace kerneltest

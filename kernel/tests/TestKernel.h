@@ -1,0 +1,52 @@
+// A memory-backed frustrum and delta store for the kernel's tests, each
+// counting what passes through it, and a fixture that runs a session.
+#pragma once
+
+#include "pk.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+
+namespace kerneltest {
+
+struct FrustrumLog {
+  int fstart = 0, fstop = 0, fmallo = 0, fmfree = 0;
+  long long liveBytes = 0;  // fmallo'ed and not yet fmfree'd
+  int ffoprb = 0;
+  long long fileBytesWritten = 0, fileBytesRead = 0;
+  bool failFstart = false, failOprb = false;
+  std::string rollbackFile;  // the rollback file's contents
+};
+
+struct DeltaLog {
+  int opensForWrite = 0, opensForRead = 0, closes = 0, deletes = 0;
+  long long bytesWritten = 0, bytesRead = 0;
+  int closedWithDataUnread = 0;
+  std::map<PK_DELTA_t, std::string> deltas;  // live deltas and their bytes
+  bool corruptReads = false;                 // flip a byte in what is read back
+};
+
+FrustrumLog& frustrumLog();
+DeltaLog& deltaLog();
+PK_SESSION_frustrum_t testFrustrum();
+PK_DELTA_frustrum_t testDeltas();
+
+// Forgets what was registered, as in a fresh process.
+void resetRegistration();
+
+// Registers the test frustrum and delta store and starts a session; stops it
+// after the test if it still runs.
+class KernelSession : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+};
+
+// Geometry of a body, for comparing shapes before and after a roll-back.
+double volumeOf(PK_BODY_t body);
+std::string boxOf(PK_BODY_t body);  // "xmin ymin zmin xmax ymax zmax", 1e-6 m steps
+PK_BODY_t makeBlock(double x, double y, double z, double atX = 0);
+
+}  // namespace kerneltest
