@@ -3,6 +3,7 @@
 // full description for types the base lacks), so any reader that understands
 // embedded schemas can read the result whatever layouts the graph holds.
 #include <algorithm>
+#include <cmath>
 #include <set>
 
 #include "Codec.h"
@@ -71,7 +72,10 @@ struct BinarySink {
     }
   }
   void reals(char, const double* v, size_t doubles, int) {
-    for (size_t i = 0; i < doubles; ++i) out.f64(v[i]);
+    for (size_t i = 0; i < doubles; ++i) {
+      if (!std::isfinite(v[i])) throw XtError("cannot write a real that is not finite");
+      out.f64(v[i]);
+    }
   }
 };
 

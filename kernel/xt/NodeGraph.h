@@ -19,6 +19,16 @@ namespace meld::xt {
 inline constexpr int64_t kNullInt = -32764;
 inline constexpr double kNullReal = -3.14158e13;
 
+// A compound value (interval, vector, box, hvec) with any null component is null
+// as a whole: that is how the format writes it, so the graph keeps it that way.
+inline void nullWhole(double* values, int count) {
+  for (int i = 0; i < count; ++i)
+    if (values[i] == kNullReal) {
+      for (int j = 0; j < count; ++j) values[j] = kNullReal;
+      return;
+    }
+}
+
 enum class Format { Text, NeutralBinary, TypedBinary };
 const char* formatName(Format format);
 

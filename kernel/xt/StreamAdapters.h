@@ -3,10 +3,12 @@
 #pragma once
 
 #include <cctype>
+#include <cmath>
 #include <cstdint>
 #include <string>
 
 #include "BinaryStream.h"
+#include "NodeGraph.h"
 #include "TextStream.h"
 #include "XtError.h"
 
@@ -41,7 +43,10 @@ struct TextAdapter {
       for (size_t i = 0; i < elements; ++i) out[i] = in.real();
       return;
     }
-    for (size_t i = 0; i < elements; ++i) in.reals(out + i * per, per);
+    for (size_t i = 0; i < elements; ++i) {
+      in.reals(out + i * per, per);
+      nullWhole(out + i * per, per);
+    }
   }
   size_t remaining() const { return in.remaining(); }
   size_t fileOffset() const { return in.fileOffset(); }
@@ -86,8 +91,13 @@ struct BinaryAdapter {
       }
     }
   }
-  void reals(char, double* out, size_t elements, int per) {
-    for (size_t i = 0; i < elements * static_cast<size_t>(per); ++i) out[i] = in.f64();
+  void reals(char type, double* out, size_t elements, int per) {
+    for (size_t i = 0; i < elements * static_cast<size_t>(per); ++i) {
+      out[i] = in.f64();
+      if (!std::isfinite(out[i])) throw XtError("not a finite real");
+    }
+    if (type != 'f')
+      for (size_t i = 0; i < elements; ++i) nullWhole(out + i * per, per);
   }
   size_t remaining() const { return in.remaining(); }
   size_t fileOffset() const { return in.fileOffset(); }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 
 #include "NodeGraph.h"
 #include "XtError.h"
@@ -74,9 +75,9 @@ double TextIn::real() {
   if (!t.empty() && t.front() == '+') t.remove_prefix(1);
   double value = 0;
   auto [end, ec] = std::from_chars(t.data(), t.data() + t.size(), value);
-  if (ec != std::errc() || end != t.data() + t.size() || t.empty()) {
+  if (ec != std::errc() || end != t.data() + t.size() || t.empty() || !std::isfinite(value)) {
     m_pos = start;
-    fail("expected a real, found '" + std::string(t.substr(0, 20)) + "'");
+    fail("expected a finite real, found '" + std::string(t.substr(0, 20)) + "'");
   }
   return value;
 }
@@ -150,6 +151,7 @@ void TextOut::integer(int64_t value) {
 }
 
 void TextOut::real(double value) {
+  if (!std::isfinite(value)) throw XtError("cannot write a real that is not finite");
   if (value == kNullReal) {
     m_text.push_back('?');
     return;

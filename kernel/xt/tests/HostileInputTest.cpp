@@ -36,7 +36,7 @@ TEST(HostileInput, ErrorsNameNodeFieldAndOffset) {
   bad.replace(bad.find("0 1 2 3"), 7, "0 1 x 3");
   std::string e = errorOf(bad);
   EXPECT_NE(e.find("POINT node 5, field pvec, byte "), std::string::npos) << e;
-  EXPECT_NE(e.find("expected a real, found 'x'"), std::string::npos) << e;
+  EXPECT_NE(e.find("expected a finite real, found 'x'"), std::string::npos) << e;
   EXPECT_EQ(e.find('\n'), std::string::npos);
 }
 
@@ -60,6 +60,14 @@ TEST(HostileInput, HugeCountsAndBadStructureAreRefused) {
   EXPECT_NE(errorOf("B\x01\x02").find("bare binary"), std::string::npos);
   EXPECT_NE(errorOf("**PART1;\nT51").find("END_OF_HEADER"), std::string::npos);
   EXPECT_NE(errorOf(std::string("PS\0\1\0\1\0", 7)).find("VAX"), std::string::npos);
+}
+
+TEST(HostileInput, PartlyNullVectorsAreNullAndNonFiniteRealsRefused) {
+  const std::string prefix = xttest::textPrefix("SCH_1400000_14000_13006");
+  xt::Graph g = xt::decode(prefix + "29 255 5 7 0 0 0 0 1 ?2 1 0");
+  EXPECT_EQ(g.field(0, "pvec").real(0), xt::kNullReal);
+  EXPECT_NE(errorOf(prefix + "29 255 5 7 0 0 0 0 1 nan 2 1 0").find("finite"), std::string::npos);
+  EXPECT_NE(errorOf(prefix + "29 255 5 7 0 0 0 0 1 inf 2 1 0").find("finite"), std::string::npos);
 }
 
 TEST(HostileInput, DanglingPointersReadAsNull) {
