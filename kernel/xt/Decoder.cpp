@@ -200,8 +200,9 @@ class StreamDecoder {
     }
   }
 
-  void checkRoom(size_t elements, size_t bytesEach) {
-    if (elements > m_in.remaining() / bytesEach)
+  // Caps every allocation by what the rest of the input could possibly hold.
+  void checkRoom(size_t elements, char type) {
+    if (elements > In::maxElements(type, m_in.remaining()))
       throw XtError(std::to_string(elements) + " elements cannot fit in the " + std::to_string(m_in.remaining()) +
                     " bytes left");
   }
@@ -211,7 +212,7 @@ class StreamDecoder {
     size_t elements = f.isVariable() ? varLength : static_cast<size_t>(f.elements());
     if (!f.transmit) elements = 0;
     int per = realsPerElement(f.type);
-    checkRoom(elements, In::minBytes(f.type));
+    checkRoom(elements, f.type);
     if (per == 0) {
       m_in.ints(f.type, m_graph.addIntField(elements), elements);
     } else {
@@ -234,7 +235,7 @@ class StreamDecoder {
     if (layout.isVariable()) {
       varLength = m_in.varLength();
       if (varLength < 0) throw XtError("negative variable length " + std::to_string(varLength));
-      checkRoom(static_cast<size_t>(varLength), In::minBytes(layout.fields.back().type));
+      checkRoom(static_cast<size_t>(varLength), layout.fields.back().type);
     }
     m_pos.index = m_in.index();
     if (m_pos.index <= 0) throw XtError("bad node index " + std::to_string(m_pos.index));
@@ -242,7 +243,7 @@ class StreamDecoder {
     for (const FieldDef& f : layout.fields) readField(f, static_cast<uint32_t>(varLength));
     m_pos.field = nullptr;
     if (int usfld = m_graph.prefix.userFieldSize; usfld > 0 && layout.pkVisible) {
-      checkRoom(static_cast<size_t>(usfld), In::minBytes('d'));
+      checkRoom(static_cast<size_t>(usfld), 'd');
       m_in.ints('d', m_graph.addUserField(static_cast<size_t>(usfld)), static_cast<size_t>(usfld));
     }
     return true;

@@ -28,7 +28,11 @@ struct TextAdapter {
   char letter() { return in.atEnd() ? '\0' : in.rawChars(1)[0]; }
   bool nextIsLetter() const { return std::isalpha(static_cast<unsigned char>(in.peek())) != 0; }
   std::string shortString() { return in.shortString(); }
-  static size_t minBytes(char) { return 1; }  // every element takes at least one character
+  // Every element takes at least one character, except in strings, where "\9" stands
+  // for nine spaces.
+  static size_t maxElements(char type, size_t remaining) {
+    return type == 'c' ? remaining / 2 * 9 + 9 : remaining;
+  }
 
   void ints(char type, int64_t* out, size_t n) {
     if (type == 'c') return in.chars(out, n);
@@ -66,6 +70,7 @@ struct BinaryAdapter {
   char letter() { return static_cast<char>(in.byte()); }
   static bool nextIsLetter() { return false; }  // not decidable in binary: ask the base table
   std::string shortString() { return in.shortString(); }
+  static size_t maxElements(char type, size_t remaining) { return remaining / minBytes(type); }
   static size_t minBytes(char type) {
     switch (type) {
       case 'u': case 'c': case 'l': return 1;

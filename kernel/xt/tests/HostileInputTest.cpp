@@ -70,6 +70,12 @@ TEST(HostileInput, PartlyNullVectorsAreNullAndNonFiniteRealsRefused) {
   EXPECT_NE(errorOf(prefix + "29 255 5 7 0 0 0 0 1 inf 2 1 0").find("finite"), std::string::npos);
 }
 
+TEST(HostileInput, CompressedSpacesCountAsNineCharacters) {
+  // 20 characters from 5 bytes: the room check must allow for "\\9".
+  xt::Graph g = xt::decode(xttest::textPrefix("SCH_1400000_14000_13006") + "84 255 20 3 \\9\\9xy1 0");
+  EXPECT_EQ(g.field(0, size_t(0)).text(), std::string(18, ' ') + "xy");
+}
+
 TEST(HostileInput, DanglingPointersReadAsNull) {
   xt::Graph g = xt::decode(xttest::textPrefix("SCH_1400000_14000_13006") + "29 255 5 7 0 77 5 0 1 2 3 1 0");
   EXPECT_EQ(g.field(0, "owner").integer(), 0);
