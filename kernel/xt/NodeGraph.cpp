@@ -1,5 +1,6 @@
 #include "NodeGraph.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "XtError.h"
@@ -126,6 +127,19 @@ int64_t* Graph::addUserField(size_t count) {
 }
 
 int Graph::resolvePointers() {
+  // Indices are nearly dense in real files: a bitmap answers "present?" far faster
+  // than the hash map; sparse (hostile) indices fall back to the map.
+  int64_t maxIndex = 0;
+  for (const Node& n : m_nodes) maxIndex = std::max(maxIndex, n.index);
+  std::vector<bool> present;
+  if (maxIndex < static_cast<int64_t>(4 * m_nodes.size() + 1024)) {
+    present.resize(static_cast<size_t>(maxIndex) + 1);
+    for (const Node& n : m_nodes) present[static_cast<size_t>(n.index)] = true;
+  }
+  auto exists = [&](int64_t index) {
+    if (!present.empty()) return index > 0 && index <= maxIndex && present[static_cast<size_t>(index)];
+    return m_byIndex.find(index) != m_byIndex.end();
+  };
   int dangling = 0;
   for (const Node& n : m_nodes) {
     for (size_t f = 0; f < n.layout->fields.size(); ++f) {
@@ -133,7 +147,7 @@ int Graph::resolvePointers() {
       const Slot& slot = m_slots[n.firstSlot + f];
       for (uint32_t i = 0; i < slot.count; ++i) {
         int64_t& target = m_ints[slot.begin + i];
-        if (target != 0 && m_byIndex.find(target) == m_byIndex.end()) {
+        if (target != 0 && !exists(target)) {
           target = 0;
           ++dangling;
         }
