@@ -82,8 +82,23 @@ std::span<const int64_t> Graph::userField(size_t node) const {
 }
 
 long Graph::find(int64_t index) const {
-  auto it = m_byIndex.find(index);
-  return it == m_byIndex.end() ? -1 : static_cast<long>(it->second);
+  if (index >= 0 && static_cast<uint64_t>(index) < m_denseIndex.size() && m_denseIndex[static_cast<size_t>(index)])
+    return static_cast<long>(m_denseIndex[static_cast<size_t>(index)] - 1);
+  if (m_sparseIndex.empty()) return -1;
+  auto it = m_sparseIndex.find(index);
+  return it == m_sparseIndex.end() ? -1 : static_cast<long>(it->second);
+}
+
+bool Graph::addIndex(int64_t index, uint32_t position) {
+  size_t bound = 4 * m_nodes.size() + 4096;
+  if (index < 0 || static_cast<uint64_t>(index) >= bound) return m_sparseIndex.emplace(index, position).second;
+  // The bound grows, so an index taken by the map earlier may now be in table range.
+  if (!m_sparseIndex.empty() && m_sparseIndex.count(index)) return false;
+  auto at = static_cast<size_t>(index);
+  if (at >= m_denseIndex.size()) m_denseIndex.resize(std::min(bound, std::max(at + 1, 2 * m_denseIndex.size())));
+  if (m_denseIndex[at]) return false;
+  m_denseIndex[at] = position + 1;
+  return true;
 }
 
 std::map<std::string, int> Graph::countByType() const {
@@ -99,11 +114,11 @@ void Graph::reserve(size_t nodes, size_t ints, size_t reals) {
   m_slots.reserve(nodes * 8);
   m_ints.reserve(ints);
   m_reals.reserve(reals);
-  m_byIndex.reserve(nodes);
+  m_denseIndex.reserve(nodes + 1);
 }
 
 void Graph::beginNode(const NodeLayout& layout, int64_t index, uint32_t varLength) {
-  if (!m_byIndex.emplace(index, static_cast<uint32_t>(m_nodes.size())).second)
+  if (!addIndex(index, static_cast<uint32_t>(m_nodes.size())))
     throw XtError("duplicate node index " + std::to_string(index));
   m_nodes.push_back(Node{layout.code, index, &layout, static_cast<uint32_t>(m_slots.size()),
                          varLength, false});
@@ -127,19 +142,6 @@ int64_t* Graph::addUserField(size_t count) {
 }
 
 int Graph::resolvePointers() {
-  // Indices are nearly dense in real files: a bitmap answers "present?" far faster
-  // than the hash map; sparse (hostile) indices fall back to the map.
-  int64_t maxIndex = 0;
-  for (const Node& n : m_nodes) maxIndex = std::max(maxIndex, n.index);
-  std::vector<bool> present;
-  if (maxIndex < static_cast<int64_t>(4 * m_nodes.size() + 1024)) {
-    present.resize(static_cast<size_t>(maxIndex) + 1);
-    for (const Node& n : m_nodes) present[static_cast<size_t>(n.index)] = true;
-  }
-  auto exists = [&](int64_t index) {
-    if (!present.empty()) return index > 0 && index <= maxIndex && present[static_cast<size_t>(index)];
-    return m_byIndex.find(index) != m_byIndex.end();
-  };
   int dangling = 0;
   for (const Node& n : m_nodes) {
     for (size_t f = 0; f < n.layout->fields.size(); ++f) {
@@ -147,7 +149,7 @@ int Graph::resolvePointers() {
       const Slot& slot = m_slots[n.firstSlot + f];
       for (uint32_t i = 0; i < slot.count; ++i) {
         int64_t& target = m_ints[slot.begin + i];
-        if (target != 0 && !exists(target)) {
+        if (target != 0 && find(target) < 0) {
           target = 0;
           ++dangling;
         }

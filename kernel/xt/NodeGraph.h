@@ -109,7 +109,13 @@ class Graph {
   std::vector<Slot> m_slots;
   std::vector<int64_t> m_ints;
   std::vector<double> m_reals;
-  std::unordered_map<int64_t, uint32_t> m_byIndex;
+  // Node position + 1 by index (0: none) for indices below a bound that grows with
+  // the node count: real files number their nodes nearly densely, and a table
+  // answers without a hash or an allocation per node. Other indices (hostile or
+  // hand-made graphs) go to the map, so memory stays proportional to the nodes.
+  std::vector<uint32_t> m_denseIndex;
+  std::unordered_map<int64_t, uint32_t> m_sparseIndex;
+  bool addIndex(int64_t index, uint32_t position);
   std::vector<LayoutPtr> m_layouts;
 };
 

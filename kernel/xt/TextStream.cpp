@@ -46,11 +46,51 @@ std::string_view TextIn::token() {
   return std::string_view(m_data).substr(start, end - start);
 }
 
+namespace {
+
+// A run of decimal digits: its value and how many there were.
+struct Digits {
+  uint64_t value = 0;
+  int count = 0;
+};
+
+// At most `limit` digits, so that the value cannot overflow.
+Digits scanDigits(const char*& p, const char* end, int limit) {
+  Digits d;
+  while (p != end && d.count < limit && static_cast<unsigned>(*p - '0') < 10) {
+    d.value = d.value * 10 + static_cast<unsigned>(*p++ - '0');
+    ++d.count;
+  }
+  return d;
+}
+
+// Powers of ten that a double holds exactly.
+constexpr double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                   1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+constexpr uint64_t kExactMantissa = uint64_t(1) << 53;
+
+}  // namespace
+
+// The common forms ("-12", ".0153698301052628", "1e-8") are read in one pass
+// here; anything else goes through std::from_chars, which also words the refusal.
 int64_t TextIn::integer() {
   if (peek() == '?') {
     ++m_pos;
     return kNullInt;
   }
+  const char* begin = m_data.data() + m_pos;
+  const char* end = m_data.data() + m_data.size();
+  const char* p = begin;
+  bool negative = p != end && *p == '-';
+  p += negative;
+  const char* first = p;
+  Digits d = scanDigits(p, end, 18);  // 18 digits cannot overflow an int64
+  if (p == first || (p != end && *p != ' ')) return parsedInteger();
+  m_pos += static_cast<size_t>(p - begin) + (p != end);
+  return negative ? -static_cast<int64_t>(d.value) : static_cast<int64_t>(d.value);
+}
+
+int64_t TextIn::parsedInteger() {
   if (atEnd()) fail("expected an integer");
   size_t start = m_pos;
   std::string_view t = token();
@@ -64,11 +104,51 @@ int64_t TextIn::integer() {
   return value;
 }
 
+// A real whose significant digits fit 53 bits and whose decimal exponent is at
+// most 22 is one exact integer times or divided by one exact power of ten: a single
+// correctly rounded operation, so the same bits std::from_chars gives.
 double TextIn::real() {
   if (peek() == '?') {
     ++m_pos;
     return kNullReal;
   }
+  const char* begin = m_data.data() + m_pos;
+  const char* end = m_data.data() + m_data.size();
+  const char* p = begin;
+  bool negative = p != end && *p == '-';
+  p += negative;
+  const char* first = p;
+  Digits whole = scanDigits(p, end, 19);
+  Digits fraction;
+  if (p != end && *p == '.') {
+    ++p;
+    fraction = scanDigits(p, end, 19 - whole.count);  // together at most 19: no overflow
+    if (fraction.count == 0) return parsedReal();      // "5." and "." are left to from_chars
+  }
+  if (p == first) return parsedReal();
+  int exponent = 0;
+  if (p != end && (*p == 'e' || *p == 'E')) {
+    ++p;
+    bool negativeExponent = p != end && *p == '-';
+    if (p != end && (*p == '-' || *p == '+')) ++p;
+    const char* digits = p;
+    exponent = static_cast<int>(scanDigits(p, end, 3).value);
+    if (p == digits) return parsedReal();
+    if (negativeExponent) exponent = -exponent;
+  }
+  if (p != end && *p != ' ') return parsedReal();  // more digits than scanned, or junk
+  uint64_t mantissa = whole.value;
+  for (int i = 0; i < fraction.count; ++i) mantissa *= 10;
+  mantissa += fraction.value;
+  exponent -= fraction.count;
+  if (mantissa > kExactMantissa || exponent < -22 || exponent > 22) return parsedReal();
+  double value = static_cast<double>(mantissa);
+  value = exponent < 0 ? value / kExactPowers[-exponent] : value * kExactPowers[exponent];
+  m_pos += static_cast<size_t>(p - begin) + (p != end);
+  return negative ? -value : value;
+}
+
+double TextIn::parsedReal() {
   if (atEnd()) fail("expected a real");
   size_t start = m_pos;
   std::string_view t = token();

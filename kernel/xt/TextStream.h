@@ -32,6 +32,9 @@ class TextIn {
 
  private:
   [[noreturn]] void fail(const std::string& what) const;
+  // The general readers behind the fast paths of integer() and real().
+  int64_t parsedInteger();
+  double parsedReal();
   std::string_view token();
 
   std::string m_data;
