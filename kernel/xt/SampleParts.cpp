@@ -1,5 +1,6 @@
 #include "SampleParts.h"
 
+#include <algorithm>
 #include <initializer_list>
 #include <stdexcept>
 #include <utility>
