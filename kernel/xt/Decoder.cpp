@@ -202,9 +202,11 @@ class StreamDecoder {
 
   // Caps every allocation by what the rest of the input could possibly hold.
   void checkRoom(size_t elements, char type) {
-    if (elements > In::maxElements(type, m_in.remaining()))
-      throw XtError(std::to_string(elements) + " elements cannot fit in the " + std::to_string(m_in.remaining()) +
-                    " bytes left");
+    if (elements > In::maxElements(type, m_in.remaining())) refuseRoom(elements);
+  }
+  [[noreturn]] [[gnu::noinline]] void refuseRoom(size_t elements) const {
+    throw XtError(std::to_string(elements) + " elements cannot fit in the " + std::to_string(m_in.remaining()) +
+                  " bytes left");
   }
 
   void readField(const FieldDef& f, uint32_t varLength) {

@@ -107,8 +107,13 @@ class Graph {
   };
   std::vector<Node> m_nodes;
   std::vector<Slot> m_slots;
+  // The value pools are zero-filled ahead of use in large steps, and only their first
+  // m_intsUsed / m_realsUsed values are taken: adding a field is then a bump, not a
+  // vector resize per field.
   std::vector<int64_t> m_ints;
   std::vector<double> m_reals;
+  size_t m_intsUsed = 0;
+  size_t m_realsUsed = 0;
   // Node position + 1 by index (0: none) for indices below a bound that grows with
   // the node count: real files number their nodes nearly densely, and a table
   // answers without a hash or an allocation per node. Other indices (hostile or

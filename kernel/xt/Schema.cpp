@@ -7,27 +7,6 @@
 
 namespace meld::xt {
 
-bool isIntegerType(char type) {
-  switch (type) {
-    case 'u': case 'c': case 'l': case 'n': case 'w': case 'd': case 'p':
-      return true;
-    default:
-      return false;
-  }
-}
-
-int realsPerElement(char type) {
-  switch (type) {
-    case 'f': return 1;
-    case 'i': return 2;
-    case 'v': case 'h': return 3;
-    case 'b': return 6;
-    default: return 0;
-  }
-}
-
-bool isRealType(char type) { return realsPerElement(type) > 0; }
-
 int NodeLayout::find(std::string_view fieldName) const {
   for (size_t i = 0; i < fields.size(); ++i)
     if (fields[i].name == fieldName) return static_cast<int>(i);

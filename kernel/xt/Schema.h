@@ -13,10 +13,25 @@ namespace meld::xt {
 // Field type letters as the format defines them.
 //   u byte, c char, l logical, n short, w unicode char, d int, p pointer,
 //   f double, i interval (2 doubles), v vector (3), b box (6), h hvec (3).
-bool isIntegerType(char type);
-bool isRealType(char type);
 // Doubles per element for the real types, 0 otherwise.
-int realsPerElement(char type);
+inline int realsPerElement(char type) {
+  switch (type) {
+    case 'f': return 1;
+    case 'i': return 2;
+    case 'v': case 'h': return 3;
+    case 'b': return 6;
+    default: return 0;
+  }
+}
+inline bool isRealType(char type) { return realsPerElement(type) > 0; }
+inline bool isIntegerType(char type) {
+  switch (type) {
+    case 'u': case 'c': case 'l': case 'n': case 'w': case 'd': case 'p':
+      return true;
+    default:
+      return false;
+  }
+}
 
 struct FieldDef {
   std::string name;

@@ -117,15 +117,13 @@ double TextIn::real() {
   const char* p = begin;
   bool negative = p != end && *p == '-';
   p += negative;
-  const char* first = p;
   Digits whole = scanDigits(p, end, 19);
   Digits fraction;
   if (p != end && *p == '.') {
     ++p;
     fraction = scanDigits(p, end, 19 - whole.count);  // together at most 19: no overflow
-    if (fraction.count == 0) return parsedReal();      // "5." and "." are left to from_chars
   }
-  if (p == first) return parsedReal();
+  if (whole.count + fraction.count == 0) return parsedReal();
   int exponent = 0;
   if (p != end && (*p == 'e' || *p == 'E')) {
     ++p;
