@@ -81,9 +81,7 @@ std::span<const int64_t> Graph::userField(size_t node) const {
   return {m_ints.data() + slot.begin, slot.count};
 }
 
-long Graph::find(int64_t index) const {
-  if (index >= 0 && static_cast<uint64_t>(index) < m_denseIndex.size() && m_denseIndex[static_cast<size_t>(index)])
-    return static_cast<long>(m_denseIndex[static_cast<size_t>(index)] - 1);
+long Graph::findSparse(int64_t index) const {
   if (m_sparseIndex.empty()) return -1;
   auto it = m_sparseIndex.find(index);
   return it == m_sparseIndex.end() ? -1 : static_cast<long>(it->second);

@@ -85,7 +85,11 @@ class Graph {
   FieldView field(size_t node, std::string_view name) const;  // def null when absent
   std::span<const int64_t> userField(size_t node) const;
   // Position of the node with this index, or -1.
-  long find(int64_t index) const;
+  long find(int64_t index) const {
+    auto at = static_cast<uint64_t>(index);  // a negative index wraps past the table
+    if (at < m_denseIndex.size() && m_denseIndex[at] != 0) return static_cast<long>(m_denseIndex[at] - 1);
+    return findSparse(index);
+  }
   std::map<std::string, int> countByType() const;
 
   // ---- building (used by the decoders and by whoever makes a graph to write) ----
@@ -121,6 +125,7 @@ class Graph {
   std::vector<uint32_t> m_denseIndex;
   std::unordered_map<int64_t, uint32_t> m_sparseIndex;
   bool addIndex(int64_t index, uint32_t position);
+  long findSparse(int64_t index) const;
   std::vector<LayoutPtr> m_layouts;
 };
 

@@ -48,20 +48,13 @@ std::string_view TextIn::token() {
 
 namespace {
 
-// A run of decimal digits: its value and how many there were.
-struct Digits {
-  uint64_t value = 0;
-  int count = 0;
-};
-
-// At most `limit` digits, so that the value cannot overflow.
-Digits scanDigits(const char*& p, const char* end, int limit) {
-  Digits d;
-  while (p != end && d.count < limit && static_cast<unsigned>(*p - '0') < 10) {
-    d.value = d.value * 10 + static_cast<unsigned>(*p++ - '0');
-    ++d.count;
-  }
-  return d;
+// Reads a run of decimal digits into `value` and returns how many there were. The
+// value wraps on long runs; callers refuse those by the count. The scans below stop
+// at m_data's terminating '\0' at the latest, so they need no bound check.
+int scanDigits(const char*& p, uint64_t& value) {
+  const char* start = p;
+  while (static_cast<unsigned>(*p - '0') < 10) value = value * 10 + static_cast<unsigned>(*p++ - '0');
+  return static_cast<int>(p - start);
 }
 
 // Powers of ten that a double holds exactly.
@@ -81,13 +74,14 @@ int64_t TextIn::integer() {
   const char* begin = m_data.data() + m_pos;
   const char* end = m_data.data() + m_data.size();
   const char* p = begin;
-  bool negative = p != end && *p == '-';
+  bool negative = *p == '-';
   p += negative;
-  const char* first = p;
-  Digits d = scanDigits(p, end, 18);  // 18 digits cannot overflow an int64
-  if (p == first || (p != end && *p != ' ')) return parsedInteger();
+  uint64_t value = 0;
+  int digits = scanDigits(p, value);
+  // 18 digits cannot overflow an int64; the token must end at a space or the end.
+  if (digits == 0 || digits > 18 || (*p != ' ' && p != end)) return parsedInteger();
   m_pos += static_cast<size_t>(p - begin) + (p != end);
-  return negative ? -static_cast<int64_t>(d.value) : static_cast<int64_t>(d.value);
+  return negative ? -static_cast<int64_t>(value) : static_cast<int64_t>(value);
 }
 
 int64_t TextIn::parsedInteger() {
@@ -115,30 +109,28 @@ double TextIn::real() {
   const char* begin = m_data.data() + m_pos;
   const char* end = m_data.data() + m_data.size();
   const char* p = begin;
-  bool negative = p != end && *p == '-';
+  bool negative = *p == '-';
   p += negative;
-  Digits whole = scanDigits(p, end, 19);
-  Digits fraction;
-  if (p != end && *p == '.') {
-    ++p;
-    fraction = scanDigits(p, end, 19 - whole.count);  // together at most 19: no overflow
-  }
-  if (whole.count + fraction.count == 0) return parsedReal();
+  uint64_t mantissa = 0;
+  int digits = scanDigits(p, mantissa);
   int exponent = 0;
-  if (p != end && (*p == 'e' || *p == 'E')) {
+  if (*p == '.') {
     ++p;
-    bool negativeExponent = p != end && *p == '-';
-    if (p != end && (*p == '-' || *p == '+')) ++p;
-    const char* digits = p;
-    exponent = static_cast<int>(scanDigits(p, end, 3).value);
-    if (p == digits) return parsedReal();
-    if (negativeExponent) exponent = -exponent;
+    int fractionDigits = scanDigits(p, mantissa);
+    digits += fractionDigits;
+    exponent = -fractionDigits;
   }
-  if (p != end && *p != ' ') return parsedReal();  // more digits than scanned, or junk
-  uint64_t mantissa = whole.value;
-  for (int i = 0; i < fraction.count; ++i) mantissa *= 10;
-  mantissa += fraction.value;
-  exponent -= fraction.count;
+  if (digits == 0 || digits > 19) return parsedReal();  // 19 digits cannot overflow
+  if (*p == 'e' || *p == 'E') {
+    ++p;
+    bool negativeExponent = *p == '-';
+    if (*p == '-' || *p == '+') ++p;
+    uint64_t written = 0;
+    int exponentDigits = scanDigits(p, written);
+    if (exponentDigits == 0 || exponentDigits > 3) return parsedReal();
+    exponent += negativeExponent ? -static_cast<int>(written) : static_cast<int>(written);
+  }
+  if (*p != ' ' && p != end) return parsedReal();
   if (mantissa > kExactMantissa || exponent < -22 || exponent > 22) return parsedReal();
   double value = static_cast<double>(mantissa);
   value = exponent < 0 ? value / kExactPowers[-exponent] : value * kExactPowers[exponent];
