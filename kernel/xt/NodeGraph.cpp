@@ -122,29 +122,6 @@ void Graph::beginNode(const NodeLayout& layout, int64_t index, uint32_t varLengt
                          varLength, false});
 }
 
-namespace {
-
-// `count` zeroed values from a pool whose first `used` are taken.
-template <class T>
-T* takeFromPool(std::vector<T>& pool, size_t& used, size_t count) {
-  if (count > pool.size() - used) pool.resize(used + std::max(count, pool.size() / 2 + 1024));
-  T* values = pool.data() + used;
-  used += count;
-  return values;
-}
-
-}  // namespace
-
-int64_t* Graph::addIntField(size_t count) {
-  m_slots.push_back(Slot{static_cast<uint32_t>(m_intsUsed), static_cast<uint32_t>(count)});
-  return takeFromPool(m_ints, m_intsUsed, count);
-}
-
-double* Graph::addRealField(size_t doubles) {
-  m_slots.push_back(Slot{static_cast<uint32_t>(m_realsUsed), static_cast<uint32_t>(doubles)});
-  return takeFromPool(m_reals, m_realsUsed, doubles);
-}
-
 int64_t* Graph::addUserField(size_t count) {
   m_nodes.back().hasUserField = true;
   return addIntField(count);

@@ -3,6 +3,7 @@
 // the graph (integers and doubles); a node refers to a run of field slots.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <span>
@@ -97,8 +98,15 @@ class Graph {
   void adopt(LayoutPtr layout);
   // Starts a node; fields are then added in layout order. Throws on a duplicate index.
   void beginNode(const NodeLayout& layout, int64_t index, uint32_t varLength);
-  int64_t* addIntField(size_t count);
-  double* addRealField(size_t doubles);
+  // Inline: the decoders add every field through these.
+  int64_t* addIntField(size_t count) {
+    m_slots.push_back(Slot{static_cast<uint32_t>(m_intsUsed), static_cast<uint32_t>(count)});
+    return takeFromPool(m_ints, m_intsUsed, count);
+  }
+  double* addRealField(size_t doubles) {
+    m_slots.push_back(Slot{static_cast<uint32_t>(m_realsUsed), static_cast<uint32_t>(doubles)});
+    return takeFromPool(m_reals, m_realsUsed, doubles);
+  }
   int64_t* addUserField(size_t count);
   // Nulls pointers to absent nodes; returns how many.
   int resolvePointers();
@@ -118,6 +126,14 @@ class Graph {
   std::vector<double> m_reals;
   size_t m_intsUsed = 0;
   size_t m_realsUsed = 0;
+  // `count` zeroed values from a pool whose first `used` are taken.
+  template <class T>
+  static T* takeFromPool(std::vector<T>& pool, size_t& used, size_t count) {
+    if (count > pool.size() - used) pool.resize(used + std::max(count, pool.size() / 2 + 1024));
+    T* values = pool.data() + used;
+    used += count;
+    return values;
+  }
   // Node position + 1 by index (0: none) for indices below a bound that grows with
   // the node count: real files number their nodes nearly densely, and a table
   // answers without a hash or an allocation per node. Other indices (hostile or
