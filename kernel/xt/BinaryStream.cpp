@@ -11,28 +11,9 @@ namespace {
 constexpr int64_t kShortSpan = 32767;  // pointers below this fit one short
 }
 
-const unsigned char* BinaryIn::take(size_t n) {
-  if (remaining() < n)
-    throw XtError("needs " + std::to_string(n) + " more bytes (data ends here)");
-  auto* p = reinterpret_cast<const unsigned char*>(m_data.data() + m_pos);
-  m_pos += n;
-  return p;
+void BinaryIn::refuseShort(size_t n) {
+  throw XtError("needs " + std::to_string(n) + " more bytes (data ends here)");
 }
-
-uint64_t BinaryIn::unsignedValue(size_t n) {
-  const unsigned char* p = take(n);
-  uint64_t v = 0;
-  for (size_t i = 0; i < n; ++i) {
-    size_t at = m_little ? n - 1 - i : i;
-    v = (v << 8) | p[at];
-  }
-  return v;
-}
-
-uint8_t BinaryIn::byte() { return *take(1); }
-int16_t BinaryIn::i16() { return static_cast<int16_t>(unsignedValue(2)); }
-int32_t BinaryIn::i32() { return static_cast<int32_t>(unsignedValue(4)); }
-double BinaryIn::f64() { return std::bit_cast<double>(unsignedValue(8)); }
 
 int64_t BinaryIn::pointer() {
   int64_t r = i16();

@@ -3,6 +3,7 @@
 // two-short form.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -14,10 +15,11 @@ class BinaryIn {
   BinaryIn(std::string_view data, size_t baseOffset, bool littleEndian)
       : m_data(data), m_base(baseOffset), m_little(littleEndian) {}
 
-  uint8_t byte();
-  int16_t i16();
-  int32_t i32();
-  double f64();
+  // Inline: called once per value.
+  uint8_t byte() { return *take(1); }
+  int16_t i16() { return static_cast<int16_t>(unsignedValue(2)); }
+  int32_t i32() { return static_cast<int32_t>(unsignedValue(4)); }
+  double f64() { return std::bit_cast<double>(unsignedValue(8)); }
   int64_t pointer();  // also the "positive integer" of embedded schemas
   std::string shortString();  // length byte, then the characters
   std::string rawChars(size_t count);
@@ -26,8 +28,19 @@ class BinaryIn {
   size_t fileOffset() const { return m_base + m_pos; }
 
  private:
-  const unsigned char* take(size_t n);
-  uint64_t unsignedValue(size_t n);
+  const unsigned char* take(size_t n) {
+    if (remaining() < n) refuseShort(n);
+    auto* p = reinterpret_cast<const unsigned char*>(m_data.data() + m_pos);
+    m_pos += n;
+    return p;
+  }
+  uint64_t unsignedValue(size_t n) {
+    const unsigned char* p = take(n);
+    uint64_t v = 0;
+    for (size_t i = 0; i < n; ++i) v = (v << 8) | p[m_little ? n - 1 - i : i];
+    return v;
+  }
+  [[noreturn]] static void refuseShort(size_t n);
 
   std::string_view m_data;
   size_t m_base;

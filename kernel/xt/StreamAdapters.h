@@ -85,16 +85,18 @@ struct BinaryAdapter {
   }
 
   void ints(char type, int64_t* out, size_t n) {
-    for (size_t i = 0; i < n; ++i) {
-      switch (type) {
-        case 'u': case 'c': case 'l': out[i] = in.byte(); break;
-        // Real files write unicode characters as signed shorts (-30254 for U+89D2).
-        case 'n': case 'w': out[i] = in.i16(); break;
-        case 'd': out[i] = in.i32(); break;
-        case 'p': out[i] = in.pointer(); break;
-        default: throw XtError(std::string("unknown field type '") + type + "'");
-      }
+    switch (type) {
+      case 'u': case 'c': case 'l': return read(out, n, [&] { return in.byte(); });
+      // Real files write unicode characters as signed shorts (-30254 for U+89D2).
+      case 'n': case 'w': return read(out, n, [&] { return in.i16(); });
+      case 'd': return read(out, n, [&] { return in.i32(); });
+      case 'p': return read(out, n, [&] { return in.pointer(); });
+      default: if (n > 0) throw XtError(std::string("unknown field type '") + type + "'");
     }
+  }
+  template <class Value>
+  static void read(int64_t* out, size_t n, Value value) {
+    for (size_t i = 0; i < n; ++i) out[i] = value();
   }
   void reals(char type, double* out, size_t elements, int per) {
     for (size_t i = 0; i < elements * static_cast<size_t>(per); ++i) {
