@@ -67,15 +67,11 @@ constexpr uint64_t kExactMantissa = uint64_t(1) << 53;
 // The common forms ("-12", ".0153698301052628", "1e-8") are read in one pass
 // here; anything else goes through std::from_chars, which also words the refusal.
 int64_t TextIn::integer() {
-  if (peek() == '?') {
-    ++m_pos;
-    return kNullInt;
-  }
+  if (takeNull()) return kNullInt;
   const char* begin = m_data.data() + m_pos;
   const char* end = m_data.data() + m_data.size();
-  const char* p = begin;
-  bool negative = *p == '-';
-  p += negative;
+  bool negative = *begin == '-';
+  const char* p = begin + negative;
   uint64_t value = 0;
   int digits = scanDigits(p, value);
   // 18 digits cannot overflow an int64; the token must end at a space or the end.
@@ -102,15 +98,11 @@ int64_t TextIn::parsedInteger() {
 // most 22 is one exact integer times or divided by one exact power of ten: a single
 // correctly rounded operation, so the same bits std::from_chars gives.
 double TextIn::real() {
-  if (peek() == '?') {
-    ++m_pos;
-    return kNullReal;
-  }
+  if (takeNull()) return kNullReal;
   const char* begin = m_data.data() + m_pos;
   const char* end = m_data.data() + m_data.size();
-  const char* p = begin;
-  bool negative = *p == '-';
-  p += negative;
+  bool negative = *begin == '-';
+  const char* p = begin + negative;
   uint64_t mantissa = 0;
   int digits = scanDigits(p, mantissa);
   int exponent = 0;
@@ -173,8 +165,7 @@ int64_t TextIn::logical() {
 }
 
 void TextIn::reals(double* out, int count) {
-  if (peek() == '?') {
-    ++m_pos;
+  if (takeNull()) {
     std::fill(out, out + count, kNullReal);
     return;
   }

@@ -36,6 +36,12 @@ class TextIn {
   int64_t parsedInteger();
   double parsedReal();
   std::string_view token();
+  // Takes a '?' (the null value, written without a following space) if one is next.
+  bool takeNull() {
+    if (peek() != '?') return false;
+    ++m_pos;
+    return true;
+  }
 
   std::string m_data;
   size_t m_pos = 0;
