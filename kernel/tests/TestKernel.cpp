@@ -8,6 +8,7 @@
 #include <Bnd_Box.hxx>
 #include <GProp_GProps.hxx>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -45,15 +46,55 @@ void fmfree(const int* nbytes, char** memory, int* ifail) {
   std::free(*memory);
   *ifail = PK_FR_no_errors;
 }
-void ffoprd(const int*, const int*, const char*, const int*, const int*, int*, int* ifail) {
-  *ifail = PK_FR_not_found;
+// Stream 1 is the rollback file; streams from 2 on are files by guise and
+// key, kept in FrustrumLog::files. Text reads hand out one line at a time.
+constexpr int kRollbackStrid = 1;
+struct MemoryStream {
+  std::string name;
+  int format = PK_FR_format_text;
+  bool writing = false;
+  std::size_t position = 0;
+};
+std::map<int, MemoryStream> streams;
+int nextStrid = 2;
+
+std::string memoryName(const int* guise, const char* name, const int* namlen) {
+  return std::to_string(*guise) + ":" + std::string(name, std::size_t(*namlen));
 }
-void ffopwr(const int*, const int*, const char*, const int*, const char*, const int*, int*,
-            int* ifail) {
-  *ifail = PK_FR_open_fail;
+
+void ffoprd(const int* guise, const int* format, const char* name, const int* namlen, const int*,
+            int* strid, int* ifail) {
+  std::string file = memoryName(guise, name, namlen);
+  if (!frustrumLog().files.count(file)) {
+    *ifail = PK_FR_not_found;
+    return;
+  }
+  *strid = nextStrid++;
+  streams[*strid] = MemoryStream{file, *format, false, 0};
+  *ifail = PK_FR_no_errors;
 }
-void ffclos(const int*, const int*, const int*, int* ifail) { *ifail = PK_FR_no_errors; }
-void ffread(const int*, const int*, const int* nmax, char* buffer, int* nactual, int* ifail) {
+void ffopwr(const int* guise, const int* format, const char* name, const int* namlen,
+            const char* pd2, const int* pd2len, int* strid, int* ifail) {
+  if (frustrumLog().failOpenWrite) {
+    *ifail = PK_FR_could_not_open;
+    return;
+  }
+  std::string file = memoryName(guise, name, namlen);
+  frustrumLog().files[file].clear();
+  frustrumLog().part2[file] = std::string(pd2, std::size_t(*pd2len));
+  *strid = nextStrid++;
+  streams[*strid] = MemoryStream{file, *format, true, 0};
+  *ifail = PK_FR_no_errors;
+}
+void ffclos(const int*, const int* strid, const int* action, int* ifail) {
+  auto it = streams.find(*strid);
+  if (it != streams.end()) {
+    if (it->second.writing && *action == PK_FR_close_abandon) frustrumLog().files.erase(it->second.name);
+    streams.erase(it);
+  }
+  *ifail = PK_FR_no_errors;
+}
+void readRollback(const int* nmax, char* buffer, int* nactual, int* ifail) {
   std::string& file = frustrumLog().rollbackFile;
   // Hand out at most 7 bytes at a time: callers must cope with short reads.
   std::size_t n = std::min({std::size_t(*nmax), std::size_t(7), file.size() - filePosition});
@@ -63,7 +104,28 @@ void ffread(const int*, const int*, const int* nmax, char* buffer, int* nactual,
   *nactual = int(n);
   *ifail = n > 0 ? PK_FR_no_errors : PK_FR_end_of_file;
 }
-void ffwrit(const int*, const int*, const int* nchars, const char* buffer, int* ifail) {
+void ffread(const int*, const int* strid, const int* nmax, char* buffer, int* nactual, int* ifail) {
+  if (*strid == kRollbackStrid) return readRollback(nmax, buffer, nactual, ifail);
+  MemoryStream& stream = streams.at(*strid);
+  const std::string& file = frustrumLog().files[stream.name];
+  std::size_t n = std::min(std::size_t(*nmax), file.size() - stream.position);
+  if (stream.format == PK_FR_format_text) {
+    std::size_t eol = file.find('\n', stream.position);
+    if (eol != std::string::npos) n = std::min(n, eol + 1 - stream.position);
+  }
+  std::memcpy(buffer, file.data() + stream.position, n);
+  stream.position += n;
+  *nactual = int(n);
+  *ifail = n > 0 ? PK_FR_no_errors : PK_FR_end_of_file;
+}
+void ffwrit(const int*, const int* strid, const int* nchars, const char* buffer, int* ifail) {
+  if (*strid != kRollbackStrid) {
+    ++frustrumLog().writes;
+    *ifail = frustrumLog().writes == frustrumLog().failWriteNumber ? PK_FR_write_fail : PK_FR_no_errors;
+    if (*ifail == PK_FR_no_errors)
+      frustrumLog().files[streams.at(*strid).name].append(buffer, std::size_t(*nchars));
+    return;
+  }
   std::string& file = frustrumLog().rollbackFile;
   if (file.size() < filePosition + std::size_t(*nchars)) file.resize(filePosition + std::size_t(*nchars));
   std::memcpy(file.data() + filePosition, buffer, std::size_t(*nchars));
@@ -75,7 +137,7 @@ void ffoprb(const int*, const int*, const int* maxsize, int* actsize, int* strid
   ++frustrumLog().ffoprb;
   *ifail = frustrumLog().failOprb ? PK_FR_open_fail : PK_FR_no_errors;
   *actsize = *maxsize;
-  *strid = 1;
+  *strid = kRollbackStrid;
 }
 void ffseek(const int*, const int*, const int* position, int* ifail) {
   filePosition = std::size_t(*position);
@@ -180,6 +242,7 @@ void KernelSession::SetUp() {
   frustrumLog() = FrustrumLog{};
   deltaLog() = DeltaLog{};
   cursors.clear();
+  streams.clear();
   filePosition = 0;
   resetRegistration();
   PK_SESSION_frustrum_t f = testFrustrum();

@@ -18,6 +18,12 @@ struct FrustrumLog {
   long long fileBytesWritten = 0, fileBytesRead = 0;
   bool failFstart = false, failOprb = false;
   std::string rollbackFile;  // the rollback file's contents
+  // Other files, named "<guise>:<key>", with the part-2 data each was opened with.
+  std::map<std::string, std::string> files;
+  std::map<std::string, std::string> part2;
+  bool failOpenWrite = false;
+  int writes = 0;           // ffwrit calls on those files
+  int failWriteNumber = 0;  // that call fails (0: none)
 };
 
 struct DeltaLog {

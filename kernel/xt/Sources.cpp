@@ -33,7 +33,9 @@ std::string readAll(ByteSource& source, bool textMode, size_t maxBytes) {
     if (all.size() + n > maxBytes)
       throw XtError("input larger than the limit of " + std::to_string(maxBytes) + " bytes");
     all.append(buffer.data(), n);
-    if (textMode && all.back() != '\n') all.push_back('\n');
+    // A text read is one record; a frustrum may hand it over without its
+    // newline. A piece that filled the whole buffer is part of a longer line.
+    if (textMode && n < buffer.size() && all.back() != '\n') all.push_back('\n');
   }
   return all;
 }

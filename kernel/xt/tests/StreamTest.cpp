@@ -3,6 +3,7 @@
 
 #include "BinaryStream.h"
 #include "NodeGraph.h"
+#include "Sources.h"
 #include "TextStream.h"
 #include "XtError.h"
 
@@ -39,6 +40,25 @@ TEST(TextIn, ReadsRealsNullVectorsAndReportsFileOffsets) {
   EXPECT_EQ(in.real(), 1000.0);
   EXPECT_EQ(in.fileOffset(), 122u);  // 'x': second record starts at 100 + 17
   EXPECT_THROW(in.real(), xt::XtError);
+}
+
+TEST(TextIn, ReadsRecordsWithAndWithoutNewlinesWhole) {
+  // One record per read: a missing newline is supplied, but a record longer
+  // than one read buffer must come through unbroken.
+  const std::string longLine(70000, 'a');
+  meld::xt::MemorySource lines(longLine + "\nb\n", true);
+  EXPECT_EQ(meld::xt::readAll(lines, true, 1 << 20), longLine + "\nb\n");
+
+  class Unterminated : public meld::xt::ByteSource {
+   public:
+    size_t read(char* buffer, size_t) override {
+      if (m_left-- <= 0) return 0;
+      buffer[0] = 'x';
+      return 1;
+    }
+    int m_left = 2;
+  } unterminated;
+  EXPECT_EQ(meld::xt::readAll(unterminated, true, 100), "x\nx\n");
 }
 
 TEST(TextIn, DecodesStringEscapes) {
