@@ -18,6 +18,9 @@ mkdir -p "$seeds" "$work"
 for f in nist-nut.x_t lake-Part1.x_t gismo-swept.xmt_txt psrs-api_fmt_roundtrip.xmt_txt ansmech-Eng157.x_t; do
   [ -f "$corpus_src/$f" ] && cp "$corpus_src/$f" "$seeds/"
 done
+for f in "$root"/samples/*.x_t "$root"/samples/*.x_b; do
+  [ -f "$f" ] && cp "$f" "$seeds/"
+done
 if [ -d "$root/kernel/xt/tests/data" ]; then
   find "$root/kernel/xt/tests/data" -type f -size -64k -exec cp {} "$seeds/" \;
 fi
