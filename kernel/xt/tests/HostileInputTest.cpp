@@ -1,6 +1,7 @@
 // Broken and hostile input: always a one-line error, never a crash or a hang.
 #include <gtest/gtest.h>
 
+#include "SampleParts.h"
 #include "XtTestUtil.h"
 
 namespace xt = meld::xt;
@@ -74,6 +75,20 @@ TEST(HostileInput, CompressedSpacesCountAsNineCharacters) {
   // 20 characters from 5 bytes: the room check must allow for "\\9".
   xt::Graph g = xt::decode(xttest::textPrefix("SCH_1400000_14000_13006") + "84 255 20 3 \\9\\9xy1 0");
   EXPECT_EQ(g.field(0, size_t(0)).text(), std::string(18, ' ') + "xy");
+}
+
+TEST(HostileInput, SchemaNamesMustBePrintable) {
+  // Found by the fuzzer: a binary schema description naming a field with a
+  // newline decoded, but could not be written as text.
+  xt::EncodeOptions binary;
+  binary.format = xt::Format::NeutralBinary;
+  std::string bytes = xt::encode(xt::buildBlockPart({xt::Block{{0, 0, 0}, {0.01, 0.01, 0.01}}}), binary);
+  size_t name = bytes.find("boundary_lattice");
+  ASSERT_NE(name, std::string::npos);
+  ASSERT_NO_THROW(xt::decode(bytes));
+  bytes[name + 5] = '\n';
+  EXPECT_NE(errorOf(bytes).find("non-printable character (code 10)"), std::string::npos)
+      << errorOf(bytes);
 }
 
 TEST(HostileInput, DanglingPointersReadAsNull) {
