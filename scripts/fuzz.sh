@@ -28,5 +28,14 @@ fi
 printf 'T51 : TRANSMIT FILE created by modeller version 140000023 SCH_1400000_14000_13006239 0 29 255 5 7 0 0 0 0 1 2 3 1 0' \
   >"$seeds/minimal.x_t"
 
+# CI runs with a fixed seed (FUZZ_SEED, default 1 there) so that a run's verdict can be
+# reproduced; by hand the seed is random unless FUZZ_SEED is set. Crash inputs are
+# written to the build folder.
+seed_option=""
+if [ -n "${FUZZ_SEED:-}" ]; then
+  seed_option="-seed=$FUZZ_SEED"
+elif [ "${CI:-}" = "true" ]; then
+  seed_option="-seed=1"
+fi
 "$build/fuzz/xt_decode_fuzzer" -max_total_time="$seconds" -max_len=65536 -timeout=10 \
-  -rss_limit_mb=2048 -print_final_stats=1 "$work" "$seeds"
+  -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$build/" $seed_option "$work" "$seeds"
