@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -48,7 +49,11 @@ std::vector<fs::path> largestXtFiles(const fs::path& dir, size_t count) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  fs::path dir = argc > 1 ? argv[1] : "/work/shared/corpus";
+  // The corpus sits beside the repository unless MELD_CORPUS_DIR says otherwise.
+  const char* fromEnv = std::getenv("MELD_CORPUS_DIR");
+  fs::path dir = argc > 1 ? fs::path(argv[1])
+                 : fromEnv ? fs::path(fromEnv)
+                           : fs::path(MELD_SOURCE_DIR) / ".." / "shared" / "corpus";
   int repeats = argc > 2 ? std::atoi(argv[2]) : 10;
   if (!fs::is_directory(dir)) {
     std::fprintf(stderr, "bench_xt_decode: no corpus folder %s\nusage: bench_xt_decode [corpus-dir] [repeats]\n",
