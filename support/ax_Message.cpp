@@ -28,6 +28,8 @@ void showMessage(int kind, int flag, const char* text) {
     }
     if (!g_alwaysWrite) return;
   }
+  // The default writer drops the text: no copy and no locale switch for it.
+  if (g_messageWriter == discardMessage) return;
   KxuString message(text);
   KxuAutoRestoreLocale classicLocale;
   g_messageWriter(kind, flag, message);

@@ -151,13 +151,11 @@ int PSCWriteText(PSCFileDescriptor* stream, int nchars, const char* buffer) {
   if (nchars == 1) {
     return std::fputc(buffer[0], stream->file) == EOF ? PK_FR_write_fail : PK_FR_no_errors;
   }
-  char* text = PSCSharedLineBuffer(static_cast<size_t>(nchars) + 1);
-  if (text == nullptr) return PK_FR_unspecified;
-  std::memcpy(text, buffer, static_cast<size_t>(nchars));
-  text[nchars] = '\0';
   // Written as a string: text data never holds a zero byte, and the output
   // stops at one if it does.
-  return std::fputs(text, stream->file) == EOF ? PK_FR_write_fail : PK_FR_no_errors;
+  const size_t length = strnlen(buffer, static_cast<size_t>(nchars));
+  return std::fwrite(buffer, 1, length, stream->file) == length ? PK_FR_no_errors
+                                                                  : PK_FR_write_fail;
 }
 
 void FFCLOS(const int* /*guise*/, const int* strid, const int* action, int* ifail) {
@@ -180,6 +178,9 @@ void FFCLOS(const int* /*guise*/, const int* strid, const int* action, int* ifai
   int closed = std::fclose(stream->file);
   stream->file = nullptr;  // the stream is gone even when fclose failed
   if (closed != 0) {
+    // The descriptor stays until the frustrum stops, but its number is free
+    // for the next open: it must not be found under that number again.
+    stream->strid = 0;
     *ifail = PK_FR_close_fail;
     return;
   }

@@ -56,7 +56,6 @@ int PSCStartModeller(bool useSmp, bool useDeltas) {
   PSCPerformanceAnalyzer analyzer("PSCStartModeller");
   if (!g_plainMarkMode) {
     PK_SESSION_frustrum_t frustrum;
-    PK_SESSION_frustrum_o_m(frustrum);
     PSCFillFrustrum(&frustrum);
     if (int rc = PK_SESSION_register_frustrum(&frustrum))
       return startFailed(10, "PK_SESSION_register_frustrum", rc, 72);
@@ -92,7 +91,10 @@ int PSCEndModeller() {
     PSCReportFailure("PSCEndModeller", 0, "modeller don't start yet !", 0, kSource, 127);
     return 10;
   }
-  if (g_deltasRegistered) FRU__delta_init(2);
+  if (g_deltasRegistered) {
+    FRU__delta_init(2);
+    g_deltasRegistered = false;
+  }
   if (int rc = PK_SESSION_stop()) {
     PSCReportFailure("PSCEndModeller", 20, "PK_SESSION_stop", rc, kSource, 134);
     return 20;

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -30,11 +31,11 @@ std::int32_t wallTicksMs() {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(ms));
 }
 
-// Reads one "<Key>:   <n> kB" line's value in bytes, cut to 32 bits.
-bool readStatusValue(const std::string& line, const char* key, std::uint32_t& bytes) {
-  const std::string prefix = std::string(key) + ":";
-  if (line.compare(0, prefix.size(), prefix) != 0) return false;
-  const unsigned long long kilobytes = std::strtoull(line.c_str() + prefix.size(), nullptr, 10);
+// Reads one "<Key>   <n> kB" line's value in bytes, cut to 32 bits; `key`
+// includes its colon.
+bool readStatusValue(const std::string& line, std::string_view key, std::uint32_t& bytes) {
+  if (line.compare(0, key.size(), key) != 0) return false;
+  const unsigned long long kilobytes = std::strtoull(line.c_str() + key.size(), nullptr, 10);
   bytes = static_cast<std::uint32_t>(kilobytes * 1024u);
   return true;
 }
@@ -48,8 +49,10 @@ void sampleMemory(std::uint32_t& workingSet, std::uint32_t& pageFile) {
   }
   std::ifstream status(kStatusFile);
   std::string line;
-  while (std::getline(status, line)) {
-    readStatusValue(line, "VmRSS", workingSet) || readStatusValue(line, "VmData", pageFile);
+  bool haveWorkingSet = false, havePageFile = false;
+  while (!(haveWorkingSet && havePageFile) && std::getline(status, line)) {
+    haveWorkingSet = haveWorkingSet || readStatusValue(line, "VmRSS:", workingSet);
+    havePageFile = havePageFile || readStatusValue(line, "VmData:", pageFile);
   }
 }
 

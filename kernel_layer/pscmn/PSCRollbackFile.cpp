@@ -14,12 +14,15 @@ std::string st_TemporaryDirectory() {
   const char* tmpdir = std::getenv("TMPDIR");
   std::string directory = tmpdir != nullptr && tmpdir[0] != '\0' ? tmpdir : "/tmp/";
   if (directory.back() != '/') directory += '/';
-  return directory.size() <= PSC_MAX_NAME ? directory : std::string();
+  return directory.size() + std::string("rollback.001").size() <= PSC_MAX_NAME ? directory
+                                                                              : std::string();
 }
 
 // Key and file name; the environment may name the file (the later variable
 // wins), else it lives in the temporary directory, else in the working one.
-void st_RollbackNames(std::string& key, std::string& fileName) {
+// Returns false when the name is too long to keep: the scratch file is then
+// simply not creatable, which the user can mend through the environment.
+bool st_RollbackNames(std::string& key, std::string& fileName) {
   const char* chosen = nullptr;
   for (const char* variable : {"QUIL_ROLBK_FILE", "VTX_ROLBK_FILE"}) {
     if (const char* value = std::getenv(variable)) chosen = value;
@@ -32,9 +35,7 @@ void st_RollbackNames(std::string& key, std::string& fileName) {
     key = directory + "rollback";
     fileName = directory + "rollback.001";
   }
-  if (fileName.size() > PSC_MAX_NAME) {
-    PSCFatalRangeError("rollback file name", fileName.size(), PSC_MAX_NAME);
-  }
+  return fileName.size() <= PSC_MAX_NAME;
 }
 
 // The scratch stream for a positioning call, or null.
@@ -58,8 +59,7 @@ void FFOPRB(const int* guise, const int* /*minsize*/, const int* maxsize, int* a
     return;
   }
   std::string key, fileName;
-  st_RollbackNames(key, fileName);
-  FILE* file = std::fopen(fileName.c_str(), "wb+");
+  FILE* file = st_RollbackNames(key, fileName) ? std::fopen(fileName.c_str(), "wb+") : nullptr;
   if (file == nullptr) {
     *ifail = PK_FR_open_fail;
     return;

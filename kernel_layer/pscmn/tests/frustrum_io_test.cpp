@@ -137,3 +137,30 @@ TEST_F(FrustrumIo, HeaderFailureLeavesStreamTakenUntilStop) {
 }
 
 }  // namespace
+
+namespace {
+
+using namespace frutest;
+
+TEST_F(FrustrumIo, AStreamWhoseCloseFailedCannotBeReachedAgain) {
+  // A full disk makes the final flush, and so the close, fail.
+  std::error_code ec;
+  std::filesystem::create_symlink("/dev/full", "full.snp_txt", ec);
+  if (ec || !std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
+  const int snapshot = PK_FR_guise_snapshot;
+  Opened full = openWrite(snapshot, kText, "full");
+  ASSERT_EQ(full.ifail, 0);
+  ASSERT_EQ(write(snapshot, full.strid, "some data\n"), 0);
+  ASSERT_EQ(close(snapshot, full.strid), PK_FR_close_fail);
+
+  // The next open gets the freed number; it must reach the new file only.
+  Opened next = openWrite(snapshot, kText, "next");
+  ASSERT_EQ(next.ifail, 0);
+  EXPECT_EQ(next.strid, full.strid);
+  EXPECT_EQ(write(snapshot, next.strid, "hello\n"), 0);
+  EXPECT_EQ(close(snapshot, next.strid), 0);
+  const std::string written = fileText("next.snp_txt");
+  EXPECT_EQ(written.substr(written.size() - 6), "hello\n");
+}
+
+}  // namespace

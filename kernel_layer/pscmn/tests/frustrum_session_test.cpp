@@ -169,6 +169,19 @@ TEST_F(RollbackFile, EnvironmentNamesTheFileLaterVariableWins) {
   EXPECT_TRUE(exists("rollback.001"));
 }
 
+TEST_F(RollbackFile, NamesTooLongToKeepNeverStopTheProgram) {
+  {
+    // Short enough alone, too long with the file name on it.
+    meldtest::ScopedEnv tmpdir("TMPDIR", ("/" + std::string(250, 'd') + "/").c_str());
+    Opened scratch = openRollback();
+    ASSERT_EQ(scratch.ifail, 0);
+    EXPECT_TRUE(exists("rollback.001"));
+    EXPECT_EQ(close(PK_FR_guise_rollback, scratch.strid), 0);
+  }
+  meldtest::ScopedEnv vtx("VTX_ROLBK_FILE", std::string(300, 'r').c_str());
+  EXPECT_EQ(openRollback().ifail, PK_FR_open_fail);
+}
+
 TEST_F(RollbackFile, UncreatableScratchFileGives10) {
   meldtest::ScopedEnv vtx("VTX_ROLBK_FILE", "no_such_dir/scratch");
   EXPECT_EQ(openRollback().ifail, PK_FR_open_fail);

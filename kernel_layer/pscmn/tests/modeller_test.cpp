@@ -33,6 +33,17 @@ TEST(Modeller, StartsAndStopsWithTheDeltaStore) {
   EXPECT_EQ(dir.log(), "");
 }
 
+TEST(Modeller, AStopAfterARunWithoutDeltasLeavesTheStoreAlone) {
+  LoggedWorkDir dir;
+  PSCSetSchemaDirectory(nullptr);
+  ASSERT_EQ(PSCStartModeller(false, true), 0);
+  ASSERT_EQ(PSCEndModeller(), 0);
+  ASSERT_EQ(PSCStartModeller(false, false), 0);
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(PSCEndModeller(), 0);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
+
 TEST(Modeller, StopWithoutStartIsReported) {
   LoggedWorkDir dir;
   EXPECT_EQ(PSCEndModeller(), 10);
