@@ -25,12 +25,6 @@ std::shared_ptr<const Schema> cachedBuiltIn(int number) {
   return shared;
 }
 
-std::string keyWithoutBase(const std::string& key) {
-  size_t first = key.find('_'), second = key.find('_', first + 1);
-  size_t third = second == std::string::npos ? second : key.find('_', second + 1);
-  return third == std::string::npos ? key : key.substr(0, third);
-}
-
 // Where the decoder is, for error messages.
 struct Position {
   const NodeLayout* layout = nullptr;
@@ -89,7 +83,8 @@ class StreamDecoder {
       p.modellerVersion = readCountedString(m_in.in.i16(), "modeller version");
       p.schemaKey = readCountedString(m_in.in.i32(), "schema key");
     }
-    p.embeddedSchema = std::count(p.schemaKey.begin(), p.schemaKey.end(), '_') >= 3;
+    p.key = SchemaKey::parse(p.schemaKey);  // nothing else reaches a schema lookup
+    p.embeddedSchema = p.key.base.has_value();
     if (p.embeddedSchema) p.maxNodeType = static_cast<int>(m_in.shortValue());
     int64_t usfld = m_in.varLength();  // an int, written like a variable length
     if (usfld < 0 || usfld > kMaxUserFieldSize)
@@ -100,15 +95,15 @@ class StreamDecoder {
   void chooseSchema() {
     const StreamPrefix& p = m_graph.prefix;
     if (p.embeddedSchema) {
-      if (p.schemaKey.substr(p.schemaKey.rfind('_')) != "_13006")
+      if (*p.key.base != 13006)
         throw XtError("embedded schema against base " + p.schemaKey + ": only base 13006 is known");
       return;  // every type describes itself on first use
     }
-    if (auto builtIn = cachedBuiltIn(p.schemaNumber())) {
+    if (auto builtIn = cachedBuiltIn(p.key.number)) {
       m_fixed = builtIn;
       return;
     }
-    const std::string key = keyWithoutBase(p.schemaKey);
+    const std::string& key = p.key.name;
     std::optional<std::string> text = m_options.schemas ? m_options.schemas->find(key) : std::nullopt;
     if (!text)
       throw XtError("schema " + key + " is not built in, not embedded, and no schema file was found for it");

@@ -23,19 +23,6 @@ std::string PartHeader::value(const std::string& key) const {
   return {};
 }
 
-int StreamPrefix::schemaNumber() const {
-  // SCH_<version>_<schema>[_<base>]
-  size_t first = schemaKey.find('_');
-  size_t second = first == std::string::npos ? first : schemaKey.find('_', first + 1);
-  if (second == std::string::npos) return 0;
-  int number = 0;
-  for (size_t i = second + 1; i < schemaKey.size() && schemaKey[i] != '_'; ++i) {
-    if (schemaKey[i] < '0' || schemaKey[i] > '9' || number > 100000000) return 0;
-    number = number * 10 + (schemaKey[i] - '0');
-  }
-  return number;
-}
-
 size_t FieldView::elements() const {
   if (!def) return 0;
   if (isIntegerType(def->type)) return ints.size();

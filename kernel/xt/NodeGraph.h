@@ -45,11 +45,11 @@ struct StreamPrefix {
   Format format = Format::Text;
   bool littleEndian = false;        // typed binary only
   std::string modellerVersion;      // ": TRANSMIT FILE created by modeller version 3701243"
-  std::string schemaKey;            // "SCH_3701243_37102_13006"
+  std::string schemaKey;            // "SCH_3701243_37102_13006", as the file writes it
+  SchemaKey key;                    // the same, parsed (the decoder refuses any other shape)
   bool embeddedSchema = false;      // key has the base-schema suffix
   int maxNodeType = 0;              // only with an embedded schema
   int userFieldSize = 0;            // ints after every PK-visible node
-  int schemaNumber() const;         // 37102 for the key above, 0 when unparsable
 };
 
 struct FieldView {

@@ -80,6 +80,61 @@ const Schema& baseSchema() {
   return base;
 }
 
+// ---- schema keys ----
+
+namespace {
+
+// Reads 1 to maxDigits digits at `at`; nothing when there are none or too many.
+std::optional<std::string_view> digitsAt(std::string_view key, size_t& at, size_t maxDigits) {
+  size_t start = at;
+  while (at < key.size() && key[at] >= '0' && key[at] <= '9') ++at;
+  if (at == start || at - start > maxDigits) return std::nullopt;
+  return key.substr(start, at - start);
+}
+
+int toInt(std::string_view digits) {  // at most 9 digits: fits an int
+  int value = 0;
+  for (char c : digits) value = value * 10 + (c - '0');
+  return value;
+}
+
+// The key as an error message may show it: one line, printable, not too long.
+std::string shownKey(std::string_view key) {
+  constexpr size_t kShown = 40;
+  std::string out;
+  for (char c : key.substr(0, kShown))
+    out.push_back(static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) > 0x7E ? '?' : c);
+  if (key.size() > kShown) out += "... (" + std::to_string(key.size()) + " characters)";
+  return out;
+}
+
+}  // namespace
+
+SchemaKey SchemaKey::parse(std::string_view key) {
+  constexpr size_t kVersionDigits = 12, kNumberDigits = 9;
+  auto refuse = [&]() -> SchemaKey {
+    throw XtError("schema key '" + shownKey(key) + "' is not of the form SCH_<version>_<schema>[_<base>]");
+  };
+  if (key.substr(0, 4) != "SCH_") return refuse();
+  size_t at = 4;
+  SchemaKey out;
+  auto version = digitsAt(key, at, kVersionDigits);
+  if (!version || at >= key.size() || key[at] != '_') return refuse();
+  out.version = std::string(*version);
+  ++at;
+  auto number = digitsAt(key, at, kNumberDigits);
+  if (!number) return refuse();
+  out.number = toInt(*number);
+  out.name = std::string(key.substr(0, at));
+  if (at == key.size()) return out;
+  if (key[at] != '_') return refuse();
+  ++at;
+  auto base = digitsAt(key, at, kNumberDigits);
+  if (!base || at != key.size()) return refuse();
+  out.base = toInt(*base);
+  return out;
+}
+
 // ---- schema files ----
 
 static std::string_view trim(std::string_view s) {

@@ -88,6 +88,20 @@ const Schema& baseSchema();
 // second number of the key, e.g. 28002), for the versions whose layouts are known.
 std::optional<Schema> builtInSchema(int schemaNumber);
 
+// A schema key as a stream names it: SCH_<modeller version>_<schema number>, and
+// with an embedded schema _<base schema number> after it ("SCH_3701243_37102_13006").
+// Keys come from the file: parse() admits only that shape (digits, at most 9 in a
+// number and 12 in the version) and throws XtError naming the key otherwise, so
+// that nothing else ever reaches a schema lookup.
+struct SchemaKey {
+  std::string version;      // "3701243"
+  int number = 0;           // 37102
+  std::optional<int> base;  // 13006: the stream describes its layouts against that base
+  std::string name;         // "SCH_3701243_37102", as the key writes it: the schema file's name
+
+  static SchemaKey parse(std::string_view key);
+};
+
 // Parses a schema file in the format's schema-file notation:
 //   <code> <NAME>; <description>; <transmit> <n_fields> <variable>
 //   <field name>; <type letter>; <transmit> <pointer class> <element count>

@@ -111,6 +111,110 @@ TEST(SchemaFiles, AreAskedForByKeyWhenNotBuiltInAndNamedWhenMissing) {
   EXPECT_EQ(g.field(0, "pvec").real(0), 1.0);
 }
 
+// Remembers every key it is asked for and finds nothing.
+class RecordingSchemaSource : public xt::SchemaSource {
+ public:
+  std::vector<std::string> asked;
+  std::optional<std::string> find(const std::string& key) override {
+    asked.push_back(key);
+    return std::nullopt;
+  }
+};
+
+TEST(SchemaKeys, ParseIntoVersionNumberAndBase) {
+  xt::SchemaKey embedded = xt::SchemaKey::parse("SCH_3701243_37102_13006");
+  EXPECT_EQ(embedded.version, "3701243");
+  EXPECT_EQ(embedded.number, 37102);
+  EXPECT_EQ(embedded.base, 13006);
+  EXPECT_EQ(embedded.name, "SCH_3701243_37102");
+  xt::SchemaKey plain = xt::SchemaKey::parse("SCH_901297_9008");
+  EXPECT_EQ(plain.version, "901297");
+  EXPECT_EQ(plain.number, 9008);
+  EXPECT_FALSE(plain.base.has_value());
+  EXPECT_EQ(plain.name, "SCH_901297_9008");
+}
+
+TEST(SchemaKeys, HostileKeysNeverReachTheSchemaSource) {
+  const std::string hostile[] = {
+      "/etc/passwd",
+      "SCH_1_../../x",
+      "SCH_1_2/../../etc/passwd",
+      "SCH_1_" + std::string(600, '7'),
+      "SCH_" + std::string(600, 'A') + "_1",
+      std::string(1000, '_'),
+      "SCH_1_2_3_4",
+      "SCH_1_2_",
+      "SCH_1_",
+      "SCH__2",
+      "SCH_1",
+      "SCH_-1_2",
+      "SCH_1_+2",
+      "SCH_1_2_-3",
+      "sch_1_2",
+      "SCH_1_2 ",
+      "SCH_1_2\t",
+      std::string("SCH_1_2\0x", 10),
+      "SCH_1234567890123_2",  // a 13-digit version
+      "SCH_1_1234567890",     // a schema number past 9 digits
+      "SCH_1_2_99999999999",  // a base past 9 digits
+  };
+  for (const std::string& key : hostile) {
+    RecordingSchemaSource schemas;
+    xt::DecodeOptions options;
+    options.schemas = &schemas;
+    std::string error;
+    try {
+      xt::decode(xttest::textPrefix(key) + "29 1 5 0 0 0 0 1 2 3 1 0", options);
+    } catch (const xt::XtError& e) {
+      error = e.what();
+    }
+    EXPECT_NE(error.find("is not of the form SCH_<version>_<schema>[_<base>]"), std::string::npos)
+        << key.substr(0, 60) << " -> " << error;
+    EXPECT_NE(error.find("schema key '" + key.substr(0, 6)), std::string::npos) << error;
+    EXPECT_EQ(error.find('\n'), std::string::npos) << error;
+    EXPECT_LT(error.size(), 250u) << "the key is shown truncated: " << error;
+    EXPECT_TRUE(schemas.asked.empty()) << key.substr(0, 60) << " reached the schema source as " << schemas.asked[0];
+  }
+}
+
+TEST(SchemaKeys, OnlyTheKeyWithoutItsBaseIsAskedFor) {
+  RecordingSchemaSource schemas;
+  xt::DecodeOptions options;
+  options.schemas = &schemas;
+  EXPECT_THROW(xt::decode(xttest::textPrefix("SCH_2500000_25001") + "29 1 5 0 0 0 0 1 2 3 1 0", options),
+               xt::XtError);
+  EXPECT_EQ(schemas.asked, std::vector<std::string>{"SCH_2500000_25001"});
+  // Embedded and built-in schemas never ask.
+  schemas.asked.clear();
+  EXPECT_NO_THROW(xt::decode(kEmbedded, options));
+  EXPECT_NO_THROW(xt::decode(xttest::textPrefix("SCH_901297_9008") + "17 1 0 0 0 0 0 0 0 0 +1 0", options));
+  EXPECT_TRUE(schemas.asked.empty());
+}
+
+TEST(SchemaKeys, BinaryKeysAreCheckedAlike) {
+  xt::EncodeOptions binary;
+  binary.format = xt::Format::NeutralBinary;
+  binary.withHeader = false;
+  std::string bytes = xt::encode(xt::decode(kEmbedded), binary);
+  const std::string written = std::string(xt::kWriterSchemaKey) + "_13006";
+  size_t at = bytes.find(written);
+  ASSERT_NE(at, std::string::npos);
+  bytes.replace(at, written.size(), "SCH_3400000_../../x_130");  // same length
+  ASSERT_EQ(bytes.size(), xt::encode(xt::decode(kEmbedded), binary).size());
+  RecordingSchemaSource schemas;
+  xt::DecodeOptions options;
+  options.schemas = &schemas;
+  try {
+    xt::decode(bytes, options);
+    ADD_FAILURE() << "accepted a hostile binary key";
+  } catch (const xt::XtError& e) {
+    EXPECT_NE(std::string(e.what()).find("schema key 'SCH_3400000_../../x_130' is not of the form"),
+              std::string::npos)
+        << e.what();
+  }
+  EXPECT_TRUE(schemas.asked.empty());
+}
+
 TEST(OlderSchemas, UseTheirOwnLayouts) {
   // A V9 fin has no attributes field; a V11 one does: the same bytes read differently.
   const std::string fin = "17 1 0 0 0 0 0 0 0 0 +1 0";
