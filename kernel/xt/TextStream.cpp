@@ -269,6 +269,13 @@ std::string TextOut::records() const {
   while (pos < end) {
     size_t n = std::min(kRecord, end - pos);
     while (n > 1 && m_text[pos + n - 1] == ' ') --n;
+    // Only spaces from here to the record's end: a run of 80 or more, which no cut can
+    // keep (a record holding its end would be longer than 80). Written as one space it
+    // would read back as padding, so refuse rather than change the data.
+    if (m_text[pos + n - 1] == ' ')
+      throw XtError("cannot write as text: " + std::to_string(kRecord) +
+                    " or more spaces in a row (a name, or several character fields) cannot be cut into " +
+                    std::to_string(kRecord) + "-character records, whose trailing spaces are padding");
     out.append(m_text, pos, n);
     out.push_back('\n');
     pos += n;

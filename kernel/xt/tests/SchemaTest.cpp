@@ -71,6 +71,42 @@ TEST(EmbeddedSchema, SurvivesBinaryAndTextReencoding) {
   }
 }
 
+// A record's trailing spaces are padding, so a run of 80 spaces cannot be written as
+// text: encoding refuses it rather than write data that reads back different.
+TEST(EmbeddedSchema, TextWritingRefusesRunsOfEightySpacesAndKeepsShorterOnes) {
+  const std::string prefix = xttest::textPrefix("SCH_1400000_14000_13006");
+  auto withDescription = [&](size_t spaces) {  // a new type with one int field, one node
+    return prefix + "250 1 4 NEWT" + std::to_string(spaces) + " " + std::string(spaces, ' ') + "1 x0 0 1 d5 7 1 0";
+  };
+  std::string tenCharFields = prefix + "250 10 4 NEWT4 NEWT";  // ten char[8] fields, all spaces
+  for (int i = 0; i < 10; ++i) tenCharFields += "2 c" + std::to_string(i) + "0 8 1 c";
+  tenCharFields += "5 " + std::string(80, ' ') + "1 0";
+  xt::EncodeOptions binary;
+  binary.format = xt::Format::NeutralBinary;
+  for (const std::string& data : {withDescription(100), withDescription(79), tenCharFields}) {
+    xt::Graph g = xt::decode(data);
+    ASSERT_EQ(g.size(), 1u);
+    try {
+      std::string text = xt::encode(g);
+      std::string why;
+      EXPECT_TRUE(xt::sameGraph(g, xt::decode(text), &why)) << why;
+      ADD_FAILURE() << "80 spaces in a row were written as text";
+    } catch (const xt::XtError& e) {
+      EXPECT_NE(std::string(e.what()).find("80 or more spaces in a row"), std::string::npos) << e.what();
+    }
+    std::string why;  // binary has no records: written and read back as it is
+    xt::Graph again = xt::decode(xt::encode(g, binary));
+    EXPECT_TRUE(xt::sameGraph(g, again, &why)) << why;
+    EXPECT_EQ(again.nodes()[0].layout->description, g.nodes()[0].layout->description);
+  }
+  EXPECT_EQ(xt::decode(tenCharFields).field(0, "c9").text(), std::string(8, ' '));
+  // 79 spaces (the space after the length, then 78) fit a record with the character after them.
+  xt::Graph g = xt::decode(withDescription(78));
+  xt::Graph again = xt::decode(xt::encode(g));
+  EXPECT_EQ(again.nodes()[0].layout->description, std::string(78, ' '));
+  EXPECT_EQ(again.field(0, "x").integer(), 7);
+}
+
 TEST(EmbeddedSchema, RefusesInconsistentDescriptions) {
   const std::string prefix = xttest::textPrefix("SCH_1400000_14000_13006");
   const std::pair<std::string, std::string> cases[] = {
