@@ -1,7 +1,7 @@
 #!/bin/sh
 # Runs the XT decoder fuzzer for FUZZ_SECONDS (default 60) in its own clang build,
 # seeded from a few small real files and the codec's own test samples.
-# Exits non-zero when the fuzzer finds a crash, a leak or a sanitizer report.
+# Exits non-zero when the fuzzer finds a crash, a leak or a sanitizer report (UBSan included).
 set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${FUZZ_BUILD_DIR:-$root/build-fuzz}
@@ -37,5 +37,8 @@ if [ -n "${FUZZ_SEED:-}" ]; then
 elif [ "${CI:-}" = "true" ]; then
   seed_option="-seed=1"
 fi
+# Any UBSan report stops the run with a failure, also from the libraries, which are
+# built with the sanitizer's default of reporting and going on.
+export UBSAN_OPTIONS="${UBSAN_OPTIONS:+$UBSAN_OPTIONS:}halt_on_error=1:print_stacktrace=1"
 "$build/fuzz/xt_decode_fuzzer" -max_total_time="$seconds" -max_len=65536 -timeout=10 \
   -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$build/" $seed_option "$work" "$seeds"
