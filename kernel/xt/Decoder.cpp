@@ -12,7 +12,9 @@ namespace {
 constexpr int kMaxNodeType = 4096;   // codes in use stop below 256; this is a sanity bound
 constexpr int kMaxUserFieldSize = 16;
 
-// Built-in layouts are derived once per schema number and shared.
+// Built-in layouts are derived once per schema number and shared. Only numbers that
+// have built-in layouts are kept: the number comes from the file, and remembering
+// every unknown one would let a stream of files grow the cache without bound.
 std::shared_ptr<const Schema> cachedBuiltIn(int number) {
   static std::mutex mutex;
   static std::map<int, std::shared_ptr<const Schema>> cache;
@@ -20,7 +22,8 @@ std::shared_ptr<const Schema> cachedBuiltIn(int number) {
   auto it = cache.find(number);
   if (it != cache.end()) return it->second;
   auto schema = builtInSchema(number);
-  auto shared = schema ? std::make_shared<const Schema>(std::move(*schema)) : nullptr;
+  if (!schema) return nullptr;
+  auto shared = std::make_shared<const Schema>(std::move(*schema));
   cache.emplace(number, shared);
   return shared;
 }
