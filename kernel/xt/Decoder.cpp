@@ -1,6 +1,8 @@
 // Stream -> node graph. One decoder, written once over the text and binary
 // adapters: prefix, schema choice, then node after node up to the terminator.
 #include <mutex>
+#include <new>
+#include <stdexcept>
 
 #include "Codec.h"
 #include "PartHeader.h"
@@ -246,7 +248,9 @@ class StreamDecoder {
     int64_t varLength = 0;
     if (layout.isVariable()) {
       varLength = m_in.varLength();
-      if (varLength < 0) throw XtError("negative variable length " + std::to_string(varLength));
+      if (static_cast<uint64_t>(varLength) > UINT32_MAX) [[unlikely]]  // a node keeps it in 32 bits
+        throw XtError((varLength < 0 ? "negative variable length " : "variable length above 2^32-1: ") +
+                      std::to_string(varLength));
       checkRoom(static_cast<size_t>(varLength), layout.fields.back().type);
     }
     m_pos.index = m_in.index();
@@ -309,17 +313,36 @@ Graph decodeStream(std::string_view data, size_t offset, PartHeader header, cons
                 ": unknown format flag (expected 'T', \"PS\" or 'B')");
 }
 
+// Running out of memory on a large input is a refusal of that input like any other.
+[[noreturn]] void refuseTooLarge(size_t bytes) {
+  throw XtError("cannot decode XT data: input too large: out of memory" +
+                (bytes ? " decoding " + std::to_string(bytes) + " bytes" : std::string(" reading it")));
+}
+
 }  // namespace
 
 Graph decode(std::string_view bytes, const DecodeOptions& options) {
   if (bytes.size() > options.maxInputBytes) throw XtError("cannot decode XT data: input larger than the limit");
-  PartHeader header;
-  size_t start = parsePartHeader(bytes, header);
-  return decodeStream(bytes.substr(start), start, std::move(header), options);
+  try {
+    PartHeader header;
+    size_t start = parsePartHeader(bytes, header);
+    return decodeStream(bytes.substr(start), start, std::move(header), options);
+  } catch (const std::bad_alloc&) {
+    refuseTooLarge(bytes.size());
+  } catch (const std::length_error&) {
+    refuseTooLarge(bytes.size());
+  }
 }
 
 Graph decode(ByteSource& source, bool textMode, const DecodeOptions& options) {
-  std::string all = readAll(source, textMode, options.maxInputBytes);
+  std::string all;
+  try {
+    all = readAll(source, textMode, options.maxInputBytes);
+  } catch (const std::bad_alloc&) {
+    refuseTooLarge(0);
+  } catch (const std::length_error&) {
+    refuseTooLarge(0);
+  }
   return decode(all, options);
 }
 

@@ -102,7 +102,15 @@ void Graph::reserve(size_t nodes, size_t ints, size_t reals) {
   m_denseIndex.reserve(nodes + 1);
 }
 
+void Graph::refusePool(size_t used, size_t count) {
+  throw XtError("input too large: " + std::to_string(count) + " more values after " + std::to_string(used) +
+                " would pass the graph's limit of " + std::to_string(kMaxPoolValues) + " per kind");
+}
+
 void Graph::beginNode(const NodeLayout& layout, int64_t index, uint32_t varLength) {
+  // Nodes and their field slots are numbered in 32 bits too (fields, and the user field).
+  if (m_slots.size() + layout.fields.size() + 1 > UINT32_MAX || m_nodes.size() >= UINT32_MAX - 1) [[unlikely]]
+    throw XtError("input too large: more nodes or fields than the graph can number");
   if (!addIndex(index, static_cast<uint32_t>(m_nodes.size())))
     throw XtError("duplicate node index " + std::to_string(index));
   m_nodes.push_back(Node{layout.code, index, &layout, static_cast<uint32_t>(m_slots.size()),

@@ -99,14 +99,19 @@ class Graph {
   // Starts a node; fields are then added in layout order. Throws on a duplicate index.
   void beginNode(const NodeLayout& layout, int64_t index, uint32_t varLength);
   // Inline: the decoders add every field through these.
+  // Throw XtError when a pool would pass kMaxPoolValues.
   int64_t* addIntField(size_t count) {
+    if (count > kMaxPoolValues - m_intsUsed) [[unlikely]] refusePool(m_intsUsed, count);
     m_slots.push_back(Slot{static_cast<uint32_t>(m_intsUsed), static_cast<uint32_t>(count)});
     return takeFromPool(m_ints, m_intsUsed, count);
   }
   double* addRealField(size_t doubles) {
+    if (doubles > kMaxPoolValues - m_realsUsed) [[unlikely]] refusePool(m_realsUsed, doubles);
     m_slots.push_back(Slot{static_cast<uint32_t>(m_realsUsed), static_cast<uint32_t>(doubles)});
     return takeFromPool(m_reals, m_realsUsed, doubles);
   }
+  // Slots hold 32-bit offsets and counts: no pool holds more values than this.
+  static constexpr size_t kMaxPoolValues = UINT32_MAX;
   int64_t* addUserField(size_t count);
   // Nulls pointers to absent nodes; returns how many.
   int resolvePointers();
@@ -126,6 +131,7 @@ class Graph {
   std::vector<double> m_reals;
   size_t m_intsUsed = 0;
   size_t m_realsUsed = 0;
+  [[noreturn]] [[gnu::noinline]] static void refusePool(size_t used, size_t count);
   // `count` zeroed values from a pool whose first `used` are taken.
   template <class T>
   static T* takeFromPool(std::vector<T>& pool, size_t& used, size_t count) {

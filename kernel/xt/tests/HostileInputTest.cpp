@@ -91,6 +91,53 @@ TEST(HostileInput, SchemaNamesMustBePrintable) {
       << errorOf(bytes);
 }
 
+TEST(HostileInput, ValuePoolsStopAtTheirThirtyTwoBitOffsets) {
+  // Text can give more values than bytes ('?' is a whole box), so the pools can be
+  // asked for more than slots can address: refused before anything is allocated.
+  auto layout = xt::baseSchema().get(29);
+  xt::Graph g;
+  g.adopt(layout);
+  g.beginNode(*layout, 1, 0);
+  const size_t limit = xt::Graph::kMaxPoolValues;
+  EXPECT_EQ(limit, size_t(UINT32_MAX));
+  EXPECT_THROW(g.addIntField(limit + 1), xt::XtError);
+  EXPECT_THROW(g.addRealField(limit + 1), xt::XtError);
+  ASSERT_NE(g.addIntField(10), nullptr);
+  try {
+    g.addIntField(limit - 5);
+    ADD_FAILURE() << "a pool passed 2^32-1 values";
+  } catch (const xt::XtError& e) {
+    EXPECT_NE(std::string(e.what()).find("input too large"), std::string::npos) << e.what();
+  }
+  EXPECT_NE(errorOf(xttest::textPrefix("SCH_1400000_14000_13006") + "83 255 4294967296 1 1 1 0")
+                .find("variable length above 2^32-1: 4294967296"),
+            std::string::npos);
+}
+
+// Out of memory while decoding is the input's refusal, an XtError like any other.
+TEST(HostileInput, OutOfMemoryIsAnXtError) {
+  struct Exhausted : xt::ByteSource {
+    size_t read(char*, size_t) override { throw std::bad_alloc(); }
+  } source;
+  try {
+    xt::decode(source, true);
+    ADD_FAILURE() << "decoded from a source that threw";
+  } catch (const xt::XtError& e) {
+    EXPECT_NE(std::string(e.what()).find("input too large"), std::string::npos) << e.what();
+  }
+  struct ExhaustedSchemas : xt::SchemaSource {
+    std::optional<std::string> find(const std::string&) override { throw std::bad_alloc(); }
+  } schemas;
+  xt::DecodeOptions options;
+  options.schemas = &schemas;
+  try {
+    xt::decode(xttest::textPrefix("SCH_2500000_25001") + "29 1 5 0 0 0 0 1 2 3 1 0", options);
+    ADD_FAILURE() << "decoded with a schema source that threw";
+  } catch (const xt::XtError& e) {
+    EXPECT_NE(std::string(e.what()).find("input too large"), std::string::npos) << e.what();
+  }
+}
+
 TEST(HostileInput, DanglingPointersReadAsNull) {
   xt::Graph g = xt::decode(xttest::textPrefix("SCH_1400000_14000_13006") + "29 255 5 7 0 77 5 0 1 2 3 1 0");
   EXPECT_EQ(g.field(0, "owner").integer(), 0);
