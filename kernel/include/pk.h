@@ -319,9 +319,11 @@ typedef struct PK_SESSION_start_o_s {
  * for), PK_ERROR_frustrum_failure (fstart failed). */
 PK_ERROR_code_t PK_SESSION_start(const PK_SESSION_start_o_t* options);
 
-/* Stops the session: deletes every entity, mark and delta (delete_fn), closes
- * the rollback file, calls fstop. Afterwards every call that needs a session
- * answers PK_ERROR_not_in_session. */
+/* Stops the session: deletes every entity and mark, closes the rollback file,
+ * calls fstop. Deltas still in the application's store are forgotten without
+ * any delta call (no close_fn, no delete_fn): the application owns them and
+ * frees them itself, typically by stopping its store before the session.
+ * Afterwards every call that needs a session answers PK_ERROR_not_in_session. */
 PK_ERROR_code_t PK_SESSION_stop(void);
 
 /* Session switches, stored and answered back (the checks themselves are done

@@ -260,13 +260,10 @@ void Journal::trim() {
 }
 
 void Journal::clear() {
-  for (Stretch& s : stretches_) {
-    try {
-      release(s);
-    } catch (const KernelError&) {
-      // The session is going away; a store that refuses to delete keeps its data.
-    }
-  }
+  // The application owns its deltas and frees them itself when it stops its
+  // store, which it may well have done before stopping the session: the keys
+  // are forgotten without a call to the store. Stretches in the rollback file
+  // go with the file.
   stretches_.clear();
   archive_.clear();
 }

@@ -61,7 +61,8 @@ class Journal : public ChangeListener {
   void pmarkDeleted(PK_PMARK_t pmark);
   // Releases the stretches no mark can reach.
   void trim();
-  // Releases everything (session stop); store failures are ignored.
+  // Forgets everything (session stop) without calling the delta store: the
+  // application frees its own deltas.
   void clear();
 
   std::size_t stretchCount() const { return stretches_.size(); }
