@@ -132,24 +132,12 @@ class StreamDecoder {
     return *layout;
   }
 
-  // Names in a schema description are identifiers. Anything else (a newline,
-  // a control byte) marks a corrupt file, and could not be written as text.
-  std::string schemaName() {
-    std::string name = m_in.shortString();
-    for (char c : name) {
-      if (static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) > 0x7E)
-        throw XtError("schema description holds a name with a non-printable character (code " +
-                      std::to_string(static_cast<unsigned char>(c)) + ")");
-    }
-    return name;
-  }
-
   FieldDef readFieldDescription() {
     FieldDef f;
-    f.name = schemaName();
+    f.name = m_in.shortString();
     f.ptrClass = static_cast<int>(m_in.shortValue());
     int64_t n = m_in.positive();
-    if (n < 0 || n > 1'000'000) throw XtError("bad element count " + std::to_string(n) + " for field " + f.name);
+    if (n < 0 || n > kMaxFieldElements) throw XtError("bad element count " + std::to_string(n) + " for field " + f.name);
     f.nElts = static_cast<int>(n);
     if (f.ptrClass != 0) {
       f.type = 'p';
@@ -182,15 +170,14 @@ class StreamDecoder {
       layout->inBase = true;
       applyScript(*base, *layout);
     } else {
-      layout->name = schemaName();
-      layout->description = schemaName();
+      layout->name = m_in.shortString();
+      layout->description = m_in.shortString();
       for (int64_t i = 0; i < count; ++i) layout->fields.push_back(readFieldDescription());
     }
     if (static_cast<int64_t>(layout->fields.size()) != count)
       throw XtError("description gives " + std::to_string(layout->fields.size()) + " fields, its count says " +
                     std::to_string(count));
-    for (size_t i = 0; i + 1 < layout->fields.size(); ++i)
-      if (layout->fields[i].isVariable()) throw XtError("variable-length field " + layout->fields[i].name + " is not last");
+    validateLayout(*layout);
     return layout;
   }
 

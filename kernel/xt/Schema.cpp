@@ -13,6 +13,30 @@ int NodeLayout::find(std::string_view fieldName) const {
   return -1;
 }
 
+// Names are identifiers. Anything else (a newline, a control byte) marks a corrupt
+// file, and could not be written as text.
+static void checkPrintable(const NodeLayout& layout, const std::string& name, const char* what) {
+  for (char c : name) {
+    auto code = static_cast<unsigned char>(c);
+    if (code < 0x20 || code > 0x7E)
+      throw XtError("layout of node type " + std::to_string(layout.code) + ": its " + what +
+                    " has a non-printable character (code " + std::to_string(code) + ")");
+  }
+}
+
+void validateLayout(const NodeLayout& layout) {
+  checkPrintable(layout, layout.name, "name");
+  checkPrintable(layout, layout.description, "description");
+  for (size_t i = 0; i < layout.fields.size(); ++i) {
+    const FieldDef& f = layout.fields[i];
+    checkPrintable(layout, f.name, "field name");
+    if (f.nElts < 0 || f.nElts > kMaxFieldElements)
+      throw XtError(layout.name + ": bad element count " + std::to_string(f.nElts) + " for field " + f.name);
+    if (f.isVariable() && i + 1 < layout.fields.size())
+      throw XtError(layout.name + ": variable-length field " + f.name + " is not last");
+  }
+}
+
 void Schema::set(LayoutPtr layout) { m_layouts[layout->code] = std::move(layout); }
 
 LayoutPtr Schema::get(int code) const {
@@ -210,8 +234,13 @@ Schema parseSchemaFile(std::string_view text, const std::string& key) {
   finish();
   // Memory-only fields are never written: keep only what the stream carries.
   for (auto& [code, layout] : schema.all()) {
-    auto& fields = schema.edit(code).fields;
-    std::erase_if(fields, [](const FieldDef& f) { return !f.transmit && !f.isVariable(); });
+    NodeLayout& edited = schema.edit(code);
+    std::erase_if(edited.fields, [](const FieldDef& f) { return !f.transmit && !f.isVariable(); });
+    try {
+      validateLayout(edited);
+    } catch (const XtError& e) {
+      throw XtError("schema file " + key + ": " + e.what());
+    }
   }
   return schema;
 }

@@ -62,6 +62,15 @@ struct NodeLayout {
 
 using LayoutPtr = std::shared_ptr<const NodeLayout>;
 
+// The most elements a field may declare (a fixed array's length).
+inline constexpr int kMaxFieldElements = 1'000'000;
+
+// What every layout read from outside (an embedded description, a schema file) must
+// satisfy: printable ASCII names (they are written back as text), element counts of
+// 0 to kMaxFieldElements, and a variable-length field only as the last. Throws
+// XtError naming the layout and the field otherwise.
+void validateLayout(const NodeLayout& layout);
+
 // A set of layouts keyed by node type.
 class Schema {
  public:

@@ -115,6 +115,9 @@ TEST(EmbeddedSchema, RefusesInconsistentDescriptions) {
       {"29 6 CDCCCI4 flag0 0 1 uCCCZ", "past the last base field"},
       {"29 6 CDCQ", "unknown edit instruction 'Q'"},
       {"250 1 4 NEWT1 x1 f0 0 1 q", "unknown field type 'q'"},
+      {"250 2 4 NEWT4 NEWT4 vals0 1 1 fT5 count0 0 1 d", "NEWT: variable-length field vals is not last"},
+      {"250 1 4 NEWT4 NE\x01T5 count0 0 1 d", "its description has a non-printable character (code 1)"},
+      {"250 1 4 N\tWT4 NEWT5 count0 0 1 d", "its name has a non-printable character (code 9)"},
   };
   for (const auto& [body, reason] : cases) {
     try {
@@ -249,6 +252,50 @@ TEST(SchemaKeys, BinaryKeysAreCheckedAlike) {
         << e.what();
   }
   EXPECT_TRUE(schemas.asked.empty());
+}
+
+TEST(SchemaFiles, AreHeldToTheRulesOfEmbeddedDescriptions) {
+  const std::string data = xttest::textPrefix("SCH_2500000_25001") + "29 1 5 0 0 0 0 1 2 3 1 0";
+  const std::string point = "29 POINT; Point; 1 7 0\n";
+  const std::string rest = "owner; p; 1 1011 0\nscratch; d; 0 0 0\nnext; p; 1 29 0\nprevious; p; 1 29 0\n"
+                           "pvec; v; 1 0 0\n";
+  const std::pair<std::string, std::string> cases[] = {
+      {point + "node\x01id; d; 1 0 0\nattributes_features; p; 1 1019 0\n" + rest,
+       "its field name has a non-printable character (code 1)"},
+      {"29 PO\x7fNT; Point; 1 7 0\nnode id; d; 1 0 0\nattributes_features; p; 1 1019 0\n" + rest,
+       "its name has a non-printable character (code 127)"},
+      {"29 POINT; Po\x1bint; 1 7 0\nnode id; d; 1 0 0\nattributes_features; p; 1 1019 0\n" + rest,
+       "its description has a non-printable character (code 27)"},
+      {point + "node id; d; 1 0 1\nattributes_features; p; 1 1019 0\n" + rest,
+       "POINT: variable-length field node id is not last"},
+      {point + "node id; d; 1 0 -3\nattributes_features; p; 1 1019 0\n" + rest,
+       "bad element count -3 for field node id"},
+      {point + "node id; d; 1 0 2000000\nattributes_features; p; 1 1019 0\n" + rest,
+       "bad element count 2000000 for field node id"},
+  };
+  for (const auto& [file, reason] : cases) {
+    xt::MapSchemaSource schemas;
+    schemas.add("SCH_2500000_25001", file);
+    xt::DecodeOptions options;
+    options.schemas = &schemas;
+    try {
+      xt::decode(data, options);
+      ADD_FAILURE() << "accepted schema file: " << file;
+    } catch (const xt::XtError& e) {
+      EXPECT_NE(std::string(e.what()).find("schema file SCH_2500000_25001: "), std::string::npos) << e.what();
+      EXPECT_NE(std::string(e.what()).find(reason), std::string::npos) << e.what();
+    }
+  }
+  // A memory-only field after the variable one is not in the stream: accepted.
+  xt::MapSchemaSource schemas;
+  schemas.add("SCH_2500000_25001", point + "node id; d; 1 0 0\nattributes_features; p; 1 1019 0\n" +
+                                       "owner; p; 1 1011 0\nnext; p; 1 29 0\nprevious; p; 1 29 0\n"
+                                       "pvec; v; 1 0 1\nscratch; d; 0 0 0\n");
+  xt::DecodeOptions options;
+  options.schemas = &schemas;
+  xt::Graph g = xt::decode(xttest::textPrefix("SCH_2500000_25001") + "29 1 1 5 0 0 0 0 1 2 3 1 0", options);
+  ASSERT_EQ(g.field(0, "pvec").elements(), 1u);  // one vector
+  EXPECT_EQ(g.field(0, "pvec").real(2), 3.0);
 }
 
 TEST(OlderSchemas, UseTheirOwnLayouts) {
