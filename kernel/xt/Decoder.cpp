@@ -238,7 +238,8 @@ class StreamDecoder {
       if (static_cast<uint64_t>(varLength) > UINT32_MAX) [[unlikely]]  // a node keeps it in 32 bits
         throw XtError((varLength < 0 ? "negative variable length " : "variable length above 2^32-1: ") +
                       std::to_string(varLength));
-      checkRoom(static_cast<size_t>(varLength), layout.fields.back().type);
+      // Its room is checked in readField, with the bytes left there, before the
+      // values are allocated; nothing is allocated by the length before that.
     }
     m_pos.index = m_in.index();
     if (m_pos.index <= 0) throw XtError("bad node index " + std::to_string(m_pos.index));

@@ -57,6 +57,11 @@ TEST(HostileInput, HugeCountsAndBadStructureAreRefused) {
     std::string e = errorOf(prefix + body);
     EXPECT_NE(e.find(reason), std::string::npos) << body << " -> " << e;
   }
+  // A variable length is checked once, where its values would be allocated.
+  EXPECT_NE(errorOf(prefix + "83 255 2000000000 1 1 1 0")
+                .find("REAL_VALUES node 1, field values, byte 107: 2000000000 elements cannot fit in the 5 bytes left"),
+            std::string::npos)
+      << errorOf(prefix + "83 255 2000000000 1 1 1 0");
   EXPECT_NE(errorOf(xttest::textPrefix("SCH_1400000_14000_13006", 99)).find("outside 0-16"), std::string::npos);
   EXPECT_NE(errorOf("B\x01\x02").find("bare binary"), std::string::npos);
   EXPECT_NE(errorOf("**PART1;\nT51").find("END_OF_HEADER"), std::string::npos);
