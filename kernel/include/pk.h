@@ -425,7 +425,11 @@ typedef struct PK_PMARK_goto_o_s {
  * first. Pmarks made after it stop existing (no roll-forward). The three arrays
  * (allocated with PK_MEMORY_alloc, NULL when empty or not wanted) list the
  * entities the goto created (brought back), modified and deleted (undone
- * creations). Cost: what changed since the pmark. Errors: PK_ERROR_bad_mark,
+ * creations). Cost: what changed since the pmark. Every delta is read and
+ * checked before anything is undone: one that cannot be read or decoded
+ * (PK_ERROR_corrupt_delta, or the store's code) leaves everything as it was.
+ * A store failure after the undo (deleting spent deltas, opening the pmark's
+ * fresh delta) is reported, but the goto stands. Errors: PK_ERROR_bad_mark,
  * PK_ERROR_rollback_not_started, PK_ERROR_delta_failure, PK_ERROR_corrupt_delta. */
 PK_ERROR_code_t PK_PMARK_goto_2(PK_PMARK_t pmark, const PK_PMARK_goto_o_t* options,
                                 int* n_new, PK_ENTITY_t** new_entities, int* n_mod,

@@ -146,17 +146,24 @@ std::vector<UndoRecord> Journal::decodeChecked(const std::string& bytes, const S
 std::vector<UndoRecord> Journal::loadDelta(const Stretch& stretch) {
   DeltaStore& store = deltaStore();
   // The store hands out whole blocks and does not know where the data ends:
-  // read the count first, then exactly the records it announces.
+  // read the count first, then exactly the records it announces. Whatever
+  // fails, the delta is closed again so that it can be read another time.
   store.openForRead(stretch.delta);
   std::string bytes(kStretchCountBytes, '\0');
-  store.read(stretch.delta, bytes.data(), kStretchCountBytes);
-  std::uint32_t count = decodeStretchCount(bytes.data());
-  if (count != stretch.end - stretch.begin) {
-    store.close(stretch.delta);
-    fail(PK_ERROR_corrupt_delta);
+  try {
+    store.read(stretch.delta, bytes.data(), kStretchCountBytes);
+    std::uint32_t count = decodeStretchCount(bytes.data());
+    require(count == stretch.end - stretch.begin, PK_ERROR_corrupt_delta);
+    bytes.resize(kStretchCountBytes + std::size_t(count) * kUndoRecordBytes);
+    store.read(stretch.delta, bytes.data() + kStretchCountBytes, bytes.size() - kStretchCountBytes);
+  } catch (const KernelError&) {
+    try {
+      store.close(stretch.delta);
+    } catch (const KernelError&) {
+      // The first failure is the one to report.
+    }
+    throw;
   }
-  bytes.resize(kStretchCountBytes + std::size_t(count) * kUndoRecordBytes);
-  store.read(stretch.delta, bytes.data() + kStretchCountBytes, bytes.size() - kStretchCountBytes);
   store.close(stretch.delta);
   return decodeChecked(bytes, stretch);
 }
@@ -187,40 +194,80 @@ void Journal::undo(const UndoRecord& record, Tracker& tracker) {
 }
 
 RollReport Journal::rollTo(std::uint64_t target) {
+  // Every stretch after the target is read back and checked before anything
+  // is undone: a stretch that cannot be read leaves model, journal and marks
+  // as they were.
+  std::size_t first = stretches_.size();
+  while (first > 0 && stretches_[first - 1].end > target) --first;
+  std::vector<std::vector<UndoRecord>> loaded(stretches_.size() - first);
+  for (std::size_t i = stretches_.size(); i-- > first;) loaded[i - first] = load(stretches_[i]);
+
+  // Undo, newest first.
   Tracker tracker(table_);
-  while (!stretches_.empty() && stretches_.back().end > target) {
+  auto kept = [&](const Stretch& s) {
+    return s.begin >= target ? std::size_t(0) : std::size_t(target - s.begin);
+  };
+  for (std::size_t i = stretches_.size(); i-- > first;) {
+    const std::vector<UndoRecord>& records = loaded[i - first];
+    std::size_t keep = kept(stretches_[i]);
+    for (std::size_t k = records.size(); k-- > keep;) undo(records[k], tracker);
+  }
+
+  // The journal follows the model before the store is told anything.
+  std::vector<Stretch> spent;
+  PK_DELTA_t replaced = 0;
+  while (stretches_.size() > first) {
     Stretch& s = stretches_.back();
-    std::vector<UndoRecord> records = load(s);
-    std::size_t keep = s.begin >= target ? 0 : std::size_t(target - s.begin);
-    for (std::size_t i = records.size(); i-- > keep;) undo(records[i], tracker);
-    records.resize(keep);
+    std::size_t keep = kept(s);
     bool pmarkSurvives = s.pmark != PK_ENTITY_null && s.begin == target;
     if (keep == 0 && !pmarkSurvives) {
-      s.payloadIds.clear();  // their payloads went back into the table
-      release(s);
+      s.records.clear();     // their payloads went back into the table
+      s.payloadIds.clear();
+      spent.push_back(std::move(s));
       stretches_.pop_back();
+      loaded.pop_back();
       continue;
     }
-    keepAsOpen(s, std::move(records));
+    std::vector<UndoRecord> records = std::move(loaded.back());
+    records.resize(keep);
+    replaced = keepAsOpen(s, std::move(records));
     break;
   }
   position_ = std::min(position_, target);
-  return tracker.report();
+
+  // Now the store: spent deltas go, the pmark gone to gets a fresh one. A
+  // failure here does not undo the roll-back; it is reported once all is done.
+  RollReport report = tracker.report();
+  auto attempt = [&](auto&& call) {
+    try {
+      call();
+    } catch (const KernelError& e) {
+      if (report.storeFailure == PK_ERROR_no_errors) report.storeFailure = e.code;
+    }
+  };
+  for (Stretch& s : spent) attempt([&] { release(s); });
+  if (replaced != 0) {
+    attempt([&] { deltaStore().remove(replaced); });
+    Stretch& open = stretches_.back();
+    if (open.pmark != PK_ENTITY_null) attempt([&] { open.delta = deltaStore().openForWrite(open.pmark); });
+  }
+  return report;
 }
 
 // What is left of a stretch after going back into it becomes the open stretch
-// again; a pmark's delta holds records that no longer apply, so it is replaced
-// by a fresh one.
-void Journal::keepAsOpen(Stretch& s, std::vector<UndoRecord> records) {
+// again. A pmark's delta holds records that no longer apply: the stretch lets
+// go of it (the caller deletes it and opens a fresh one) and returns its key.
+PK_DELTA_t Journal::keepAsOpen(Stretch& s, std::vector<UndoRecord> records) {
+  PK_DELTA_t written = 0;
   if (s.where == Where::delta) {
-    deltaStore().remove(s.delta);
+    written = s.delta;
     s.delta = 0;
-    if (s.pmark != PK_ENTITY_null) s.delta = deltaStore().openForWrite(s.pmark);
   }
   s.where = Where::memory;
   s.records = std::move(records);
   s.payloadIds.clear();
   s.end = s.begin + s.records.size();
+  return written;
 }
 
 void Journal::pmarkDeleted(PK_PMARK_t pmark) {
@@ -229,9 +276,10 @@ void Journal::pmarkDeleted(PK_PMARK_t pmark) {
     it->pmark = PK_ENTITY_null;
     if (it->where == Where::memory && it->delta != 0) {
       // Opened but never written: nothing in it that anyone needs.
-      deltaStore().close(it->delta);
-      deltaStore().remove(it->delta);
+      PK_DELTA_t key = it->delta;
       it->delta = 0;
+      deltaStore().close(key);
+      deltaStore().remove(key);
     }
     return;
   }
@@ -243,9 +291,10 @@ void Journal::release(Stretch& s) {
   s.records.clear();
   s.payloadIds.clear();
   if (s.delta != 0) {
-    if (s.where == Where::memory) deltaStore().close(s.delta);
-    deltaStore().remove(s.delta);
+    PK_DELTA_t key = s.delta;
     s.delta = 0;
+    if (s.where == Where::memory) deltaStore().close(key);  // open for write
+    deltaStore().remove(key);
   }
 }
 
@@ -254,8 +303,11 @@ void Journal::trim() {
   while (!stretches_.empty()) {
     Stretch& first = stretches_.front();
     if (first.end > oldest || first.pmark != PK_ENTITY_null) break;
-    release(first);
+    // Out of the journal first: a store that refuses the delete keeps its
+    // delta, the journal no longer needs it.
+    Stretch gone = std::move(first);
     stretches_.pop_front();
+    release(gone);
   }
 }
 

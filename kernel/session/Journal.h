@@ -32,6 +32,10 @@ struct RollReport {
   std::vector<PK_ENTITY_t> created;
   std::vector<PK_ENTITY_t> modified;
   std::vector<PK_ENTITY_t> deleted;
+  // A delta-store call that failed after the model was back at the position
+  // (deleting a spent delta, opening the fresh delta of the pmark gone to):
+  // the roll-back stands, the failure is still to be reported.
+  PK_ERROR_code_t storeFailure = PK_ERROR_no_errors;
 };
 
 class Journal : public ChangeListener {
@@ -54,8 +58,10 @@ class Journal : public ChangeListener {
   // Moves the in-memory records from position `from` on into the rollback
   // file (whose mark header names `from`). Returns a K-interface ifail.
   int spillToRollbackFile(std::uint64_t from);
-  // Undoes everything after the position. Pmarks made after it lose their
-  // deltas; the caller drops them (and other later marks) from the mark book.
+  // Undoes everything after the position. Every stretch after it is read and
+  // checked first: when one cannot be, this throws and nothing has changed.
+  // Pmarks made after it lose their deltas; the caller drops them (and other
+  // later marks) from the mark book.
   RollReport rollTo(std::uint64_t position);
   // The pmark no longer exists; its stretch stays while older marks need it.
   void pmarkDeleted(PK_PMARK_t pmark);
@@ -94,7 +100,7 @@ class Journal : public ChangeListener {
   std::vector<UndoRecord> loadDelta(const Stretch& stretch);
   std::vector<UndoRecord> decodeChecked(const std::string& bytes, const Stretch& stretch);
   void undo(const UndoRecord& record, Tracker& tracker);
-  void keepAsOpen(Stretch& stretch, std::vector<UndoRecord> records);
+  PK_DELTA_t keepAsOpen(Stretch& stretch, std::vector<UndoRecord> records);
   void release(Stretch& stretch);
   DeltaStore& deltaStore();
 

@@ -185,6 +185,86 @@ TEST_F(Pmarks, CorruptDeltaLeavesTheModelAlone) {
   EXPECT_EQ(snapshot(m.tags(added)), changed);
 }
 
+// Going back over several deltas reads and checks every one of them before
+// anything is undone: an older delta that cannot be read or does not decode
+// leaves the model, the journal and the marks as they were, newer changes
+// included, and the deltas stay readable.
+TEST_F(Pmarks, BadOlderDeltaIsRefusedBeforeAnythingIsUndone) {
+  Model m;
+  PK_PMARK_t first = makePmark();
+  Snapshot atFirst = snapshot(m.tags());
+  PK_BODY_t b1 = makeBlock(1, 1, 1, 3);
+  PK_PMARK_t second = makePmark();  // writes first's stretch: one record
+  std::vector<PK_ENTITY_t> tags = m.tags(b1);
+  Snapshot atSecond = snapshot(tags);
+  PK_BODY_t b2 = changeEverything(m);
+  tags.push_back(b2);
+  Snapshot changed = snapshot(tags);
+
+  ASSERT_EQ(deltaLog().deltas.size(), 2u);
+  const PK_DELTA_t older = deltaLog().deltas.begin()->first;
+  const std::string good = deltaLog().deltas[older];
+  ASSERT_EQ(static_cast<long long>(good.size()), stretchBytes(1));
+  auto unchanged = [&](const char* what) {
+    EXPECT_EQ(snapshot(tags), changed) << what;
+    PK_LOGICAL_t is = PK_LOGICAL_false;
+    EXPECT_EQ(PK_ENTITY_is(second, &is), PK_ERROR_no_errors);
+    EXPECT_EQ(is, PK_LOGICAL_true) << what;
+    EXPECT_EQ(journal().stretchCount(), 2u) << what;
+    EXPECT_EQ(deltaLog().deltas.size(), 2u) << what;
+  };
+
+  std::string badKind = good;
+  badKind[4] = char(9);  // the first record's kind: none has that number
+  deltaLog().deltas[older] = badKind;
+  std::uint64_t position = journal().position();
+  std::size_t archived = journal().archivedPayloads();
+  EXPECT_EQ(gotoPmark(first), PK_ERROR_corrupt_delta);
+  unchanged("bad record kind");
+  EXPECT_EQ(journal().position(), position);
+  EXPECT_EQ(journal().archivedPayloads(), archived);
+
+  deltaLog().deltas[older] = good.substr(0, good.size() - 5);  // cut short
+  EXPECT_EQ(gotoPmark(first), PK_ERROR_delta_read_past_end);
+  unchanged("delta cut short");
+  EXPECT_EQ(journal().position(), position);
+
+  // Both deltas are still there and closed: mended, the gotos go through.
+  deltaLog().deltas[older] = good;
+  ASSERT_EQ(gotoPmark(second), PK_ERROR_no_errors);
+  EXPECT_EQ(snapshot(m.tags(b1)), atSecond);
+  ASSERT_EQ(gotoPmark(first), PK_ERROR_no_errors);
+  EXPECT_EQ(snapshot(m.tags()), atFirst);
+  EXPECT_FALSE(snapshot({b1})[b1].exists);
+  EXPECT_EQ(deltaLog().closedWithDataUnread, 1);  // the read that was cut short
+}
+
+// The store failing after the model is back (here: the fresh delta for the
+// pmark gone to) does not undo the goto; it is reported, the pmark stays and
+// keeps its records in memory, so that the next goto still works.
+TEST_F(Pmarks, StoreFailureAfterTheGotoKeepsTheRollBackAndTheRecords) {
+  Model m;
+  PK_PMARK_t pmark = makePmark();
+  Snapshot before = snapshot(m.tags());
+  PK_BODY_t added = changeEverything(m);
+  deltaLog().failOpenForWrite = true;
+  EXPECT_EQ(gotoPmark(pmark), PK_ERROR_memory_full);
+  EXPECT_EQ(snapshot(m.tags()), before);
+  EXPECT_FALSE(snapshot({added})[added].exists);
+  EXPECT_TRUE(deltaLog().deltas.empty());  // the spent delta was deleted all the same
+  deltaLog().failOpenForWrite = false;
+
+  changeEverything(m);
+  ASSERT_EQ(gotoPmark(pmark), PK_ERROR_no_errors);
+  EXPECT_EQ(snapshot(m.tags()), before);
+  int n = 0;
+  PK_PMARK_t* gone = nullptr;
+  ASSERT_EQ(PK_PMARK_delete(1, &pmark, &n, &gone), PK_ERROR_no_errors);
+  EXPECT_EQ(PK_MEMORY_free(gone), PK_ERROR_no_errors);
+  EXPECT_EQ(journal().stretchCount(), 0u);
+  EXPECT_EQ(journal().archivedPayloads(), 0u);
+}
+
 // The application owns its deltas and frees them itself when it stops its
 // store, often before it stops the session: stop makes no delta call at all.
 TEST_F(Pmarks, StopLeavesTheDeltasToTheApplication) {

@@ -150,6 +150,7 @@ void fftell(const int*, const int*, int* position, int* ifail) {
 
 PK_ERROR_code_t openForWrite(PK_PMARK_t, PK_DELTA_t* key) {
   ++deltaLog().opensForWrite;
+  if (deltaLog().failOpenForWrite) return PK_ERROR_memory_full;
   *key = nextKey++;
   deltaLog().deltas[*key];
   cursors[*key] = DeltaCursor{true, false, 0};

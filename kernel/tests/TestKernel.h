@@ -32,6 +32,7 @@ struct DeltaLog {
   int closedWithDataUnread = 0;
   std::map<PK_DELTA_t, std::string> deltas;  // live deltas and their bytes
   bool corruptReads = false;                 // flip a byte in what is read back
+  bool failOpenForWrite = false;             // open_for_write_fn answers a failure
 };
 
 FrustrumLog& frustrumLog();
