@@ -2,65 +2,19 @@
 // and undone on a model of 10 bodies and on one of 10,000. Both roll-back
 // paths that go through the application (partition marks with the delta store,
 // session marks) should cost about the same per iteration on both models.
+//
+// The session is the program's own: its frustrum and its block-chain delta
+// store, started and stopped as the program does (PSCStartModeller,
+// PSCEndModeller).
+#include "PSCFileHelpers.h"
+#include "PSCModeller.h"
 #include "pk.h"
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <map>
-#include <string>
 
 namespace {
-
-// A bare frustrum: memory from malloc, no files.
-void fstart(int* ifail) { *ifail = 0; }
-void fstop(int* ifail) { *ifail = 0; }
-void fmallo(const int* n, char** memory, int* ifail) {
-  *memory = static_cast<char*>(std::malloc(std::size_t(*n)));
-  *ifail = *memory ? 0 : PK_FR_memory_full;
-}
-void fmfree(const int*, char** memory, int* ifail) {
-  std::free(*memory);
-  *ifail = 0;
-}
-void ffoprd(const int*, const int*, const char*, const int*, const int*, int*, int* ifail) { *ifail = PK_FR_not_found; }
-void ffopwr(const int*, const int*, const char*, const int*, const char*, const int*, int*, int* ifail) { *ifail = PK_FR_open_fail; }
-void ffclos(const int*, const int*, const int*, int* ifail) { *ifail = 0; }
-void ffread(const int*, const int*, const int*, char*, int*, int* ifail) { *ifail = PK_FR_end_of_file; }
-void ffwrit(const int*, const int*, const int*, const char*, int* ifail) { *ifail = PK_FR_write_fail; }
-void ffoprb(const int*, const int*, const int*, int*, int*, int* ifail) { *ifail = PK_FR_open_fail; }
-void ffseek(const int*, const int*, const int*, int* ifail) { *ifail = PK_FR_unspecified; }
-void fftell(const int*, const int*, int*, int* ifail) { *ifail = PK_FR_unspecified; }
-
-// A delta store keeping each delta in a string with a read cursor.
-std::map<PK_DELTA_t, std::pair<std::string, std::size_t>> store;
-PK_DELTA_t nextKey = 1;
-PK_ERROR_code_t openW(PK_PMARK_t, PK_DELTA_t* key) {
-  *key = nextKey++;
-  store[*key];
-  return 0;
-}
-PK_ERROR_code_t openR(PK_DELTA_t key) {
-  store.at(key).second = 0;
-  return 0;
-}
-PK_ERROR_code_t closeD(PK_DELTA_t) { return 0; }
-PK_ERROR_code_t writeD(PK_DELTA_t key, unsigned n, const char* bytes) {
-  store.at(key).first.append(bytes, n);
-  return 0;
-}
-PK_ERROR_code_t readD(PK_DELTA_t key, unsigned n, char* bytes) {
-  auto& [data, at] = store.at(key);
-  if (at + n > data.size()) return PK_ERROR_delta_read_past_end;
-  std::memcpy(bytes, data.data() + at, n);
-  at += n;
-  return 0;
-}
-PK_ERROR_code_t deleteD(PK_DELTA_t key) {
-  store.erase(key);
-  return 0;
-}
 
 void check(PK_ERROR_code_t code, const char* what) {
   if (code == PK_ERROR_no_errors) return;
@@ -68,18 +22,19 @@ void check(PK_ERROR_code_t code, const char* what) {
   std::exit(1);
 }
 
+// The program's session: single-threaded, with its delta store.
 void startSession() {
-  PK_SESSION_frustrum_t f;
-  PK_SESSION_frustrum_o_m(f);
-  f.fstart = fstart, f.fstop = fstop, f.fmallo = fmallo, f.fmfree = fmfree;
-  f.ffoprd = ffoprd, f.ffopwr = ffopwr, f.ffclos = ffclos, f.ffread = ffread;
-  f.ffwrit = ffwrit, f.ffoprb = ffoprb, f.ffseek = ffseek, f.fftell = fftell;
-  check(PK_SESSION_register_frustrum(&f), "PK_SESSION_register_frustrum");
-  PK_DELTA_frustrum_t d{openW, openR, closeD, writeD, readD, deleteD};
-  check(PK_DELTA_register_callbacks(&d), "PK_DELTA_register_callbacks");
-  PK_SESSION_start_o_t options;
-  PK_SESSION_start_o_m(options);
-  check(PK_SESSION_start(&options), "PK_SESSION_start");
+  if (int step = PSCStartModeller(false, true)) {
+    std::fprintf(stderr, "PSCStartModeller failed at step %d\n", step);
+    std::exit(1);
+  }
+}
+
+void stopSession() {
+  if (int step = PSCEndModeller()) {
+    std::fprintf(stderr, "PSCEndModeller failed: %d\n", step);
+    std::exit(1);
+  }
 }
 
 PK_BODY_t block(double atX, double atY = 0) {
@@ -138,7 +93,7 @@ Timing measure(int bodies, int iterations) {
     check(PK_MARK_delete(mark), "PK_MARK_delete");
   }
   auto end = Clock::now();
-  check(PK_SESSION_stop(), "PK_SESSION_stop");
+  stopSession();
   auto micros = [&](auto a, auto b) {
     return std::chrono::duration<double, std::micro>(b - a).count() / iterations;
   };
@@ -150,6 +105,7 @@ Timing measure(int bodies, int iterations) {
 int main(int argc, char** argv) {
   int iterations = argc > 1 ? std::atoi(argv[1]) : 2000;
   if (iterations <= 0) iterations = 2000;
+  PSCSetSchemaDirectory(nullptr);
   Timing small = measure(10, iterations);
   Timing large = measure(10000, iterations);
   std::printf("mark + small change + goto, %d iterations, microseconds per iteration\n", iterations);
