@@ -429,8 +429,11 @@ typedef struct PK_PMARK_goto_o_s {
  * checked before anything is undone: one that cannot be read or decoded
  * (PK_ERROR_corrupt_delta, or the store's code) leaves everything as it was.
  * A store failure after the undo (deleting spent deltas, opening the pmark's
- * fresh delta) is reported, but the goto stands. Errors: PK_ERROR_bad_mark,
- * PK_ERROR_rollback_not_started, PK_ERROR_delta_failure, PK_ERROR_corrupt_delta. */
+ * fresh delta) is reported, but the goto stands. So does it when the lists
+ * cannot be allocated (PK_ERROR_memory_full): that error concerns only the
+ * lists, which are then all NULL with counts 0. Errors: PK_ERROR_bad_mark,
+ * PK_ERROR_rollback_not_started, PK_ERROR_delta_failure, PK_ERROR_corrupt_delta,
+ * PK_ERROR_memory_full. */
 PK_ERROR_code_t PK_PMARK_goto_2(PK_PMARK_t pmark, const PK_PMARK_goto_o_t* options,
                                 int* n_new, PK_ENTITY_t** new_entities, int* n_mod,
                                 PK_ENTITY_t** mod_entities, int* n_del, int** del_entities);

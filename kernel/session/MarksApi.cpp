@@ -101,9 +101,28 @@ extern "C" PK_ERROR_code_t PK_PMARK_goto_2(PK_PMARK_t pmark, const PK_PMARK_goto
     s.journal.sealOpenStretch();
     RollReport report = goBackTo(s, position);
     if (!opts.want_attrib_mod) report.modified = withoutAttributes(s, std::move(report.modified));
-    handOutIf(opts.want_new_entities, report.created, n_new, new_entities);
-    handOutIf(opts.want_mod_entities, report.modified, n_mod, mod_entities);
-    handOutIf(opts.want_del_entities, report.deleted, n_del, del_entities);
+    // The goto is done. If a list cannot be handed out, none is: those
+    // already allocated are freed, and the error concerns only the lists.
+    *n_new = *n_mod = *n_del = 0;
+    *new_entities = *mod_entities = nullptr;
+    *del_entities = nullptr;
+    try {
+      handOutIf(opts.want_new_entities, report.created, n_new, new_entities);
+      handOutIf(opts.want_mod_entities, report.modified, n_mod, mod_entities);
+      handOutIf(opts.want_del_entities, report.deleted, n_del, del_entities);
+    } catch (...) {
+      for (void* array : {(void*)*new_entities, (void*)*mod_entities, (void*)*del_entities}) {
+        try {
+          kernelFree(array);
+        } catch (const KernelError&) {
+          // The allocation failure is the one to report.
+        }
+      }
+      *n_new = *n_mod = *n_del = 0;
+      *new_entities = *mod_entities = nullptr;
+      *del_entities = nullptr;
+      throw;
+    }
   });
 }
 

@@ -265,6 +265,38 @@ TEST_F(Pmarks, StoreFailureAfterTheGotoKeepsTheRollBackAndTheRecords) {
   EXPECT_EQ(journal().archivedPayloads(), 0u);
 }
 
+// When a list of PK_PMARK_goto_2 cannot be allocated, the ones already
+// handed out are freed again: the error concerns the lists, the goto stands.
+TEST_F(Pmarks, ListsThatCannotBeHandedOutAreFreedAndTheGotoStands) {
+  for (int failing = 1; failing <= 3; ++failing) {
+    Model m;
+    PK_PMARK_t pmark = makePmark();
+    Snapshot before = snapshot(m.tags());
+    changeEverything(m);  // something created, modified and deleted
+    long long liveBefore = frustrumLog().liveBytes;
+    frustrumLog().failMalloNumber = frustrumLog().fmallo + failing;
+    PK_PMARK_goto_o_t options;
+    PK_PMARK_goto_o_m(options);
+    int n[3] = {-1, -1, -1};
+    int* arrays[3] = {&n[0], &n[1], &n[2]};  // anything but null
+    EXPECT_EQ(PK_PMARK_goto_2(pmark, &options, &n[0], &arrays[0], &n[1], &arrays[1], &n[2],
+                              &arrays[2]),
+              PK_ERROR_memory_full)
+        << failing;
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_EQ(n[i], 0) << failing;
+      EXPECT_EQ(arrays[i], nullptr) << failing;
+    }
+    EXPECT_EQ(frustrumLog().liveBytes, liveBefore) << failing;
+    EXPECT_EQ(snapshot(m.tags()), before) << failing;
+    frustrumLog().failMalloNumber = 0;
+    int deleted = 0;
+    PK_PMARK_t* gone = nullptr;
+    ASSERT_EQ(PK_PMARK_delete(1, &pmark, &deleted, &gone), PK_ERROR_no_errors);
+    EXPECT_EQ(PK_MEMORY_free(gone), PK_ERROR_no_errors);
+  }
+}
+
 // The application owns its deltas and frees them itself when it stops its
 // store, often before it stops the session: stop makes no delta call at all.
 TEST_F(Pmarks, StopLeavesTheDeltasToTheApplication) {

@@ -36,6 +36,11 @@ void fstop(int* ifail) {
 }
 void fmallo(const int* nbytes, char** memory, int* ifail) {
   ++frustrumLog().fmallo;
+  if (frustrumLog().fmallo == frustrumLog().failMalloNumber) {
+    *memory = nullptr;
+    *ifail = PK_FR_memory_full;
+    return;
+  }
   frustrumLog().liveBytes += *nbytes;
   *memory = static_cast<char*>(std::malloc(std::size_t(*nbytes)));
   *ifail = *memory ? PK_FR_no_errors : PK_FR_memory_full;

@@ -17,6 +17,7 @@ struct FrustrumLog {
   int ffoprb = 0;
   long long fileBytesWritten = 0, fileBytesRead = 0;
   bool failFstart = false, failOprb = false;
+  int failMalloNumber = 0;  // the fmallo call with this running number fails (0: none)
   std::string rollbackFile;  // the rollback file's contents
   // Other files, named "<guise>:<key>", with the part-2 data each was opened with.
   std::map<std::string, std::string> files;
