@@ -28,10 +28,20 @@ PK_DELTA_t DeltaStore::openForWrite(PK_PMARK_t pmark) {
 }
 
 void DeltaStore::writeAndClose(PK_DELTA_t key, const std::string& bytes) {
-  for (std::size_t done = 0; done < bytes.size();) {
-    std::size_t n = std::min(kPiece, bytes.size() - done);
-    check(fns_.write_fn(key, static_cast<unsigned>(n), bytes.data() + done));
-    done += n;
+  try {
+    for (std::size_t done = 0; done < bytes.size();) {
+      std::size_t n = std::min(kPiece, bytes.size() - done);
+      check(fns_.write_fn(key, static_cast<unsigned>(n), bytes.data() + done));
+      done += n;
+    }
+  } catch (const KernelError&) {
+    // Not left open, whatever the store made of the part it took.
+    try {
+      close(key);
+    } catch (const KernelError&) {
+      // The write's failure is the one to report.
+    }
+    throw;
   }
   written_ += bytes.size();
   close(key);

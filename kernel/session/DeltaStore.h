@@ -14,7 +14,8 @@ class DeltaStore {
   explicit DeltaStore(const PK_DELTA_frustrum_t& callbacks) : fns_(callbacks) {}
 
   PK_DELTA_t openForWrite(PK_PMARK_t pmark);
-  // Writes the bytes and closes the delta.
+  // Writes the bytes and closes the delta; closes it also when a write fails
+  // (then its contents are unknown).
   void writeAndClose(PK_DELTA_t key, const std::string& bytes);
   void close(PK_DELTA_t key);
   void openForRead(PK_DELTA_t key);

@@ -101,7 +101,20 @@ void Journal::sealOpenStretch() {
   if (stretches_.empty()) return;
   Stretch& open = stretches_.back();
   if (open.where != Where::memory || open.delta == 0) return;
-  deltaStore().writeAndClose(open.delta, encodeStretch(open.records));
+  try {
+    deltaStore().writeAndClose(open.delta, encodeStretch(open.records));
+  } catch (const KernelError&) {
+    // The store closed the delta holding who knows what: it goes, and the
+    // records stay in memory, where a goto still finds them.
+    PK_DELTA_t key = open.delta;
+    open.delta = 0;
+    try {
+      deltaStore().remove(key);
+    } catch (const KernelError&) {
+      // The write's failure is the one to report.
+    }
+    throw;
+  }
   for (const UndoRecord& r : open.records)
     if (r.payloadId != 0) open.payloadIds.push_back(r.payloadId);
   open.records.clear();

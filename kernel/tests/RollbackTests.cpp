@@ -297,6 +297,33 @@ TEST_F(Pmarks, ListsThatCannotBeHandedOutAreFreedAndTheGotoStands) {
   }
 }
 
+// A delta whose write fails is closed (not left open in the store) and
+// deleted; its records stay in memory, so the pmark can still be gone to.
+TEST_F(Pmarks, FailedWriteClosesTheDeltaAndKeepsTheRecords) {
+  Model m;
+  PK_PMARK_t pmark = makePmark();
+  Snapshot before = snapshot(m.tags());
+  PK_BODY_t added = changeEverything(m);
+  deltaLog().failWrites = true;
+  int closes = deltaLog().closes;
+  PK_PARTITION_t partition = 0;
+  ASSERT_EQ(PK_SESSION_ask_curr_partition(&partition), PK_ERROR_no_errors);
+  PK_PMARK_t next = 0;
+  EXPECT_EQ(PK_PARTITION_make_pmark(partition, &next), PK_ERROR_memory_full);
+  EXPECT_EQ(deltaLog().closes, closes + 1);
+  EXPECT_TRUE(deltaLog().deltas.empty());  // the half-written delta is gone
+  deltaLog().failWrites = false;
+
+  ASSERT_EQ(gotoPmark(pmark), PK_ERROR_no_errors);
+  EXPECT_EQ(snapshot(m.tags()), before);
+  EXPECT_FALSE(snapshot({added})[added].exists);
+  // Later pmarks and gotos work on; this pmark's records stay in memory.
+  changeEverything(m);
+  makePmark();
+  ASSERT_EQ(gotoPmark(pmark), PK_ERROR_no_errors);
+  EXPECT_EQ(snapshot(m.tags()), before);
+}
+
 // The application owns its deltas and frees them itself when it stops its
 // store, often before it stops the session: stop makes no delta call at all.
 TEST_F(Pmarks, StopLeavesTheDeltasToTheApplication) {

@@ -34,6 +34,7 @@ struct DeltaLog {
   std::map<PK_DELTA_t, std::string> deltas;  // live deltas and their bytes
   bool corruptReads = false;                 // flip a byte in what is read back
   bool failOpenForWrite = false;             // open_for_write_fn answers a failure
+  bool failWrites = false;                   // write_fn answers a failure
 };
 
 FrustrumLog& frustrumLog();
