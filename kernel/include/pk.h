@@ -393,8 +393,10 @@ typedef struct PK_DELTA_frustrum_s {
 
 /* Registers the delta store; all six functions are required
  * (PK_ERROR_frustrum_incomplete otherwise). Allowed before or during a session
- * as long as no pmark exists. Without it pmarks are refused with
- * PK_ERROR_rollback_not_started. */
+ * as long as no pmark exists (and no delta of a deleted pmark is still kept
+ * for an older mark); otherwise refused with PK_ERROR_already_in_session. A
+ * store registered during a session serves it from then on. Without it pmarks
+ * are refused with PK_ERROR_rollback_not_started. */
 PK_ERROR_code_t PK_DELTA_register_callbacks(const PK_DELTA_frustrum_t* callbacks);
 
 /* ---------------------------------------------------------------------------

@@ -311,6 +311,11 @@ void Journal::release(Stretch& s) {
   }
 }
 
+bool Journal::holdsDeltas() const {
+  return std::any_of(stretches_.begin(), stretches_.end(),
+                     [](const Stretch& s) { return s.delta != 0; });
+}
+
 void Journal::trim() {
   std::uint64_t oldest = marks_.oldestPosition();
   while (!stretches_.empty()) {

@@ -72,6 +72,8 @@ class Journal : public ChangeListener {
   void clear();
 
   std::size_t stretchCount() const { return stretches_.size(); }
+  // Whether some stretch still lives in, or has a delta open in, the store.
+  bool holdsDeltas() const;
   std::size_t archivedPayloads() const { return archive_.size(); }
 
  private:

@@ -35,6 +35,12 @@ std::vector<PK_ENTITY_t> MarkBook::removeAfter(std::uint64_t position) {
   return removed;
 }
 
+bool MarkBook::anyOfKind(MarkKind kind) const {
+  for (const auto& [tag, info] : marks_)
+    if (info.kind == kind) return true;
+  return false;
+}
+
 std::uint64_t MarkBook::oldestPosition() const {
   return byPosition_.empty() ? std::numeric_limits<std::uint64_t>::max()
                              : byPosition_.begin()->first;

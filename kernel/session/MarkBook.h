@@ -27,6 +27,7 @@ class MarkBook {
   // them makes them unreachable).
   std::vector<PK_ENTITY_t> removeAfter(std::uint64_t position);
   bool empty() const { return marks_.empty(); }
+  bool anyOfKind(MarkKind kind) const;
   std::uint64_t oldestPosition() const;
   std::vector<PK_ENTITY_t> all() const;
 

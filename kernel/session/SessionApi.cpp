@@ -64,8 +64,12 @@ extern "C" PK_ERROR_code_t PK_DELTA_register_callbacks(const PK_DELTA_frustrum_t
     requireArg(callbacks);
     require(hasAllDeltaFns(*callbacks), PK_ERROR_frustrum_incomplete);
     Registry& r = registry();
-    // Deltas already written belong to the store that took them.
-    require(!r.session || !r.session->deltas, PK_ERROR_already_in_session);
+    // Allowed while no pmark exists. Deltas already written belong to the
+    // store that took them: while the journal still holds one (a deleted
+    // pmark's stretch that an older mark needs) the store cannot change either.
+    if (r.session)
+      require(!r.session->marks.anyOfKind(MarkKind::pmark) && !r.session->journal.holdsDeltas(),
+              PK_ERROR_already_in_session);
     r.deltaFns = *callbacks;
     if (r.session) r.session->deltas.emplace(*callbacks);
   });

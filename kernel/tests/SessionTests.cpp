@@ -178,3 +178,53 @@ TEST_F(SessionSwitches, MemoryFaultInsideAGuardedCallBecomesModellerFailure) {
   PK_BODY_t body = PK_ENTITY_null;
   EXPECT_EQ(PK_BODY_create_solid_sphere(1, nullptr, &body), PK_ERROR_no_errors);
 }
+
+using DeltaRegistration = KernelSession;
+
+// The store can be registered again during a session while no pmark exists
+// and the journal keeps no delta of the store registered before.
+TEST_F(DeltaRegistration, AllowedDuringASessionWhileNoPmarkNeedsTheStore) {
+  PK_DELTA_frustrum_t deltas = testDeltas();
+  EXPECT_EQ(PK_DELTA_register_callbacks(&deltas), PK_ERROR_no_errors);
+  PK_PARTITION_t partition = 0;
+  ASSERT_EQ(PK_SESSION_ask_curr_partition(&partition), PK_ERROR_no_errors);
+  PK_PMARK_t pmarks[2] = {0, 0};
+  ASSERT_EQ(PK_PARTITION_make_pmark(partition, &pmarks[0]), PK_ERROR_no_errors);
+  EXPECT_EQ(PK_DELTA_register_callbacks(&deltas), PK_ERROR_already_in_session);
+  int n = 0;
+  PK_PMARK_t* gone = nullptr;
+  ASSERT_EQ(PK_PMARK_delete(1, pmarks, &n, &gone), PK_ERROR_no_errors);
+  EXPECT_EQ(PK_MEMORY_free(gone), PK_ERROR_no_errors);
+  EXPECT_EQ(PK_DELTA_register_callbacks(&deltas), PK_ERROR_no_errors);
+
+  // A mark older than two deleted pmarks keeps the first one's written delta.
+  PK_MARK_t mark = 0;
+  ASSERT_EQ(PK_MARK_create(&mark), PK_ERROR_no_errors);
+  ASSERT_EQ(PK_PARTITION_make_pmark(partition, &pmarks[0]), PK_ERROR_no_errors);
+  makeBlock(1, 1, 1);
+  ASSERT_EQ(PK_PARTITION_make_pmark(partition, &pmarks[1]), PK_ERROR_no_errors);
+  ASSERT_EQ(PK_PMARK_delete(2, pmarks, &n, &gone), PK_ERROR_no_errors);
+  EXPECT_EQ(PK_MEMORY_free(gone), PK_ERROR_no_errors);
+  EXPECT_EQ(deltaLog().deltas.size(), 1u);
+  EXPECT_EQ(PK_DELTA_register_callbacks(&deltas), PK_ERROR_already_in_session);
+  ASSERT_EQ(PK_MARK_delete(mark), PK_ERROR_no_errors);
+  EXPECT_TRUE(deltaLog().deltas.empty());
+  EXPECT_EQ(PK_DELTA_register_callbacks(&deltas), PK_ERROR_no_errors);
+}
+
+// A session started without a store gets one when it is registered.
+TEST_F(FreshProcess, DeltaStoreRegisteredDuringTheSessionServesIt) {
+  PK_SESSION_frustrum_t full = testFrustrum();
+  ASSERT_EQ(PK_SESSION_register_frustrum(&full), PK_ERROR_no_errors);
+  ASSERT_EQ(startDefault(), PK_ERROR_no_errors);
+  PK_PARTITION_t partition = 0;
+  ASSERT_EQ(PK_SESSION_ask_curr_partition(&partition), PK_ERROR_no_errors);
+  PK_PMARK_t pmark = 0;
+  EXPECT_EQ(PK_PARTITION_make_pmark(partition, &pmark), PK_ERROR_rollback_not_started);
+  PK_DELTA_frustrum_t deltas = testDeltas();
+  ASSERT_EQ(PK_DELTA_register_callbacks(&deltas), PK_ERROR_no_errors);
+  int opens = deltaLog().opensForWrite;
+  EXPECT_EQ(PK_PARTITION_make_pmark(partition, &pmark), PK_ERROR_no_errors);
+  EXPECT_EQ(deltaLog().opensForWrite, opens + 1);
+  EXPECT_EQ(PK_SESSION_stop(), PK_ERROR_no_errors);
+}
