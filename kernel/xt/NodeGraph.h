@@ -101,14 +101,16 @@ class Graph {
   // Inline: the decoders add every field through these.
   // Throw XtError when a pool would pass kMaxPoolValues.
   int64_t* addIntField(size_t count) {
-    if (count > kMaxPoolValues - m_intsUsed) [[unlikely]] refusePool(m_intsUsed, count);
-    m_slots.push_back(Slot{static_cast<uint32_t>(m_intsUsed), static_cast<uint32_t>(count)});
-    return takeFromPool(m_ints, m_intsUsed, count);
+    size_t begin = m_intsUsed;
+    int64_t* values = takeFromPool(m_ints, m_intsUsed, count);
+    m_slots.push_back(Slot{static_cast<uint32_t>(begin), static_cast<uint32_t>(count)});
+    return values;
   }
   double* addRealField(size_t doubles) {
-    if (doubles > kMaxPoolValues - m_realsUsed) [[unlikely]] refusePool(m_realsUsed, doubles);
-    m_slots.push_back(Slot{static_cast<uint32_t>(m_realsUsed), static_cast<uint32_t>(doubles)});
-    return takeFromPool(m_reals, m_realsUsed, doubles);
+    size_t begin = m_realsUsed;
+    double* values = takeFromPool(m_reals, m_realsUsed, doubles);
+    m_slots.push_back(Slot{static_cast<uint32_t>(begin), static_cast<uint32_t>(doubles)});
+    return values;
   }
   // Slots hold 32-bit offsets and counts: no pool holds more values than this.
   static constexpr size_t kMaxPoolValues = UINT32_MAX;
@@ -132,10 +134,15 @@ class Graph {
   size_t m_intsUsed = 0;
   size_t m_realsUsed = 0;
   [[noreturn]] [[gnu::noinline]] static void refusePool(size_t used, size_t count);
-  // `count` zeroed values from a pool whose first `used` are taken.
+  // `count` zeroed values from a pool whose first `used` are taken. A pool never
+  // grows past kMaxPoolValues, so a take that fits the pool fits the limit: the
+  // limit is checked only when the pool grows.
   template <class T>
   static T* takeFromPool(std::vector<T>& pool, size_t& used, size_t count) {
-    if (count > pool.size() - used) pool.resize(used + std::max(count, pool.size() / 2 + 1024));
+    if (count > pool.size() - used) {
+      if (count > kMaxPoolValues - used) [[unlikely]] refusePool(used, count);
+      pool.resize(std::min(kMaxPoolValues, used + std::max(count, pool.size() / 2 + 1024)));
+    }
     T* values = pool.data() + used;
     used += count;
     return values;
