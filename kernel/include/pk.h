@@ -286,7 +286,7 @@ typedef unsigned short PK_UCHAR_t;
 #define PK_ERROR_rollback_not_started 6014   /* pmarks need registered delta callbacks */
 #define PK_ERROR_corrupt_delta 6015          /* journal bytes read back do not decode */
 #define PK_ERROR_bad_field 6016              /* attribute field index or type mismatch */
-#define PK_ERROR_part_is_instanced 6017      /* deleting a part that instances refer to */
+#define PK_ERROR_part_is_instanced 6017      /* deleting a part, or a transform, that instances refer to */
 #define PK_ERROR_modeller_failure 6018       /* the geometry engine failed */
 #define PK_ERROR_bad_transf 6019             /* transform matrix refused */
 #define PK_ERROR_duplicate_entity 6020       /* an entity given twice */
@@ -487,7 +487,9 @@ PK_ERROR_code_t PK_ENTITY_ask_class(PK_ENTITY_t entity, PK_CLASS_t* klass);
 PK_ERROR_code_t PK_ENTITY_is(PK_ENTITY_t entity, PK_LOGICAL_t* is_entity);
 /* Deletes bodies, assemblies, instances, transforms and attributes, with the
  * attributes they carry and (for assemblies) their instances. A part referred to
- * by an instance is refused with PK_ERROR_part_is_instanced. */
+ * by an instance, or a transform that places an instance, is refused with
+ * PK_ERROR_part_is_instanced unless that instance (or its assembly) is deleted
+ * with it. */
 PK_ERROR_code_t PK_ENTITY_delete(int n_entities, const PK_ENTITY_t* entities);
 
 /* ---------------------------------------------------------------------------

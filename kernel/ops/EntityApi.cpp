@@ -23,6 +23,16 @@ void checkNotInstancedElsewhere(const EntityTable& table, PK_ENTITY_t part,
   }
 }
 
+// A transform may go only when every instance it places goes too (an
+// instance holds its transform by tag).
+void checkNotPlacingElsewhere(const EntityTable& table, PK_ENTITY_t transf,
+                              const std::set<PK_ENTITY_t>& doomed) {
+  for (PK_ENTITY_t instance : table.placedBy(transf)) {
+    bool instanceGoes = doomed.count(instance) || doomed.count(table.get(instance).owner);
+    require(instanceGoes, PK_ERROR_part_is_instanced);
+  }
+}
+
 // Owned entities (attributes, an assembly's instances) go with their owner.
 void deleteWithOwned(EntityTable& table, PK_ENTITY_t tag) {
   if (!table.exists(tag)) return;
@@ -56,7 +66,10 @@ extern "C" PK_ERROR_code_t PK_ENTITY_delete(int n_entities, const PK_ENTITY_t* e
     std::set<PK_ENTITY_t> doomed(entities, entities + n_entities);
     require(doomed.size() == std::size_t(n_entities), PK_ERROR_duplicate_entity);
     for (PK_ENTITY_t tag : doomed) require(isDeletable(table.get(tag).cls), PK_ERROR_wrong_entity);
-    for (PK_ENTITY_t tag : doomed) checkNotInstancedElsewhere(table, tag, doomed);
+    for (PK_ENTITY_t tag : doomed) {
+      checkNotInstancedElsewhere(table, tag, doomed);
+      checkNotPlacingElsewhere(table, tag, doomed);
+    }
     for (PK_ENTITY_t tag : doomed) deleteWithOwned(table, tag);
   });
 }

@@ -43,7 +43,9 @@ void EntityTable::replacePayload(PK_ENTITY_t tag, PayloadPtr payload) {
   auto it = records_.find(tag);
   require(it != records_.end(), PK_ERROR_not_an_entity);
   if (listener_) listener_->replaced(tag, it->second);
+  unindex(tag, it->second);
   it->second.payload = std::move(payload);
+  index(tag, it->second);
 }
 
 void EntityTable::put(PK_ENTITY_t tag, Record record) {
@@ -91,14 +93,29 @@ const std::set<PK_ENTITY_t>& EntityTable::referringTo(PK_ENTITY_t referent) cons
   return it == byReferent_.end() ? kNone : it->second;
 }
 
+const std::set<PK_ENTITY_t>& EntityTable::placedBy(PK_TRANSF_t transf) const {
+  auto it = byTransf_.find(transf);
+  return it == byTransf_.end() ? kNone : it->second;
+}
+
+namespace {
+PK_TRANSF_t transfOf(const Record& record) {
+  if (record.cls != PK_CLASS_instance || !record.payload) return PK_ENTITY_null;
+  const auto* instance = std::get_if<InstanceData>(record.payload.get());
+  return instance ? instance->transf : PK_ENTITY_null;
+}
+}  // namespace
+
 void EntityTable::index(PK_ENTITY_t tag, const Record& record) {
   if (record.owner != PK_ENTITY_null) byOwner_[record.owner].insert(tag);
   if (record.referent != PK_ENTITY_null) byReferent_[record.referent].insert(tag);
+  if (PK_TRANSF_t transf = transfOf(record)) byTransf_[transf].insert(tag);
 }
 
 void EntityTable::unindex(PK_ENTITY_t tag, const Record& record) {
   if (record.owner != PK_ENTITY_null) dropFrom(byOwner_, record.owner, tag);
   if (record.referent != PK_ENTITY_null) dropFrom(byReferent_, record.referent, tag);
+  if (PK_TRANSF_t transf = transfOf(record)) dropFrom(byTransf_, transf, tag);
 }
 
 }  // namespace meld::kernel

@@ -56,6 +56,8 @@ class EntityTable {
   // Entities owned by / referring to a tag, in tag (= creation) order.
   const std::set<PK_ENTITY_t>& ownedBy(PK_ENTITY_t owner) const;
   const std::set<PK_ENTITY_t>& referringTo(PK_ENTITY_t referent) const;
+  // Instances placed by a transform (their payload names it).
+  const std::set<PK_ENTITY_t>& placedBy(PK_TRANSF_t transf) const;
 
   std::size_t size() const { return records_.size(); }
   PK_ENTITY_t lastTag() const { return nextTag_ - 1; }
@@ -67,6 +69,7 @@ class EntityTable {
   std::unordered_map<PK_ENTITY_t, Record> records_;
   std::unordered_map<PK_ENTITY_t, std::set<PK_ENTITY_t>> byOwner_;
   std::unordered_map<PK_ENTITY_t, std::set<PK_ENTITY_t>> byReferent_;
+  std::unordered_map<PK_ENTITY_t, std::set<PK_ENTITY_t>> byTransf_;
   PK_ENTITY_t nextTag_ = 1;
   ChangeListener* listener_ = nullptr;
 };

@@ -145,3 +145,44 @@ TEST_F(Entities, AssembliesListTheirPartsAndInstances) {
   EXPECT_EQ(takeArray(n, parts), (std::vector<int>{a}));
   EXPECT_EQ(frustrumLog().liveBytes, 0);
 }
+
+// An instance holds its transform by tag: the transform may go only with
+// every instance it places (or their assemblies), also after a roll-back.
+TEST_F(Entities, TransformInUseByAnInstanceIsNotDeleted) {
+  PK_ASSEMBLY_t first = 0, second = 0;
+  ASSERT_EQ(PK_ASSEMBLY_create_empty(&first), PK_ERROR_no_errors);
+  ASSERT_EQ(PK_ASSEMBLY_create_empty(&second), PK_ERROR_no_errors);
+  PK_BODY_t body = makeBlock(1, 1, 1);
+  PK_TRANSF_sf_t sf{{{1, 0, 0, 2}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 1}}};
+  PK_TRANSF_t transf = 0;
+  ASSERT_EQ(PK_TRANSF_create(&sf, &transf), PK_ERROR_no_errors);
+  PK_INSTANCE_t inFirst = instance(first, body, transf);
+  PK_INSTANCE_t inSecond = instance(second, body, transf);
+
+  EXPECT_EQ(PK_ENTITY_delete(1, &transf), PK_ERROR_part_is_instanced);
+  PK_ENTITY_t withOneInstance[] = {transf, inFirst};
+  EXPECT_EQ(PK_ENTITY_delete(2, withOneInstance), PK_ERROR_part_is_instanced);
+  PK_ENTITY_t withOneAssembly[] = {transf, first};
+  EXPECT_EQ(PK_ENTITY_delete(2, withOneAssembly), PK_ERROR_part_is_instanced);
+  EXPECT_TRUE(exists(transf));
+  EXPECT_TRUE(exists(inFirst));
+  EXPECT_TRUE(exists(first));
+
+  PK_MARK_t mark = 0;
+  ASSERT_EQ(PK_MARK_create(&mark), PK_ERROR_no_errors);
+  PK_ENTITY_t withBoth[] = {transf, first, inSecond};
+  ASSERT_EQ(PK_ENTITY_delete(3, withBoth), PK_ERROR_no_errors);
+  EXPECT_FALSE(exists(transf));
+  EXPECT_FALSE(exists(inFirst));
+  EXPECT_FALSE(exists(inSecond));
+
+  // Brought back, the instances hold the transform again.
+  ASSERT_EQ(PK_MARK_goto(mark), PK_ERROR_no_errors);
+  EXPECT_TRUE(exists(transf));
+  EXPECT_TRUE(exists(inSecond));
+  EXPECT_EQ(PK_ENTITY_delete(1, &transf), PK_ERROR_part_is_instanced);
+  ASSERT_EQ(PK_ENTITY_delete(1, &inSecond), PK_ERROR_no_errors);
+  ASSERT_EQ(PK_ENTITY_delete(1, &inFirst), PK_ERROR_no_errors);
+  EXPECT_EQ(PK_ENTITY_delete(1, &transf), PK_ERROR_no_errors);
+  ASSERT_EQ(PK_MARK_delete(mark), PK_ERROR_no_errors);
+}
