@@ -109,6 +109,21 @@ meld::kernel::Journal& journal() { return meld::kernel::session().journal; }
 
 long long stretchBytes(long long records) { return 4 + 21 * records; }
 
+// A model, a pmark on it, and one of every change since.
+struct ChangedSincePmark {
+  Model m;
+  PK_PMARK_t pmark = makePmark();
+  Snapshot atPmark = snapshot(m.tags());
+  PK_BODY_t added = changeEverything(m);
+};
+
+void deletePmark(PK_PMARK_t pmark) {
+  int n = 0;
+  PK_PMARK_t* gone = nullptr;
+  ASSERT_EQ(PK_PMARK_delete(1, &pmark, &n, &gone), PK_ERROR_no_errors);
+  EXPECT_EQ(PK_MEMORY_free(gone), PK_ERROR_no_errors);
+}
+
 }  // namespace
 
 using Pmarks = KernelSession;
@@ -243,24 +258,18 @@ TEST_F(Pmarks, BadOlderDeltaIsRefusedBeforeAnythingIsUndone) {
 // pmark gone to) does not undo the goto; it is reported, the pmark stays and
 // keeps its records in memory, so that the next goto still works.
 TEST_F(Pmarks, StoreFailureAfterTheGotoKeepsTheRollBackAndTheRecords) {
-  Model m;
-  PK_PMARK_t pmark = makePmark();
-  Snapshot before = snapshot(m.tags());
-  PK_BODY_t added = changeEverything(m);
+  ChangedSincePmark c;
   deltaLog().failOpenForWrite = true;
-  EXPECT_EQ(gotoPmark(pmark), PK_ERROR_memory_full);
-  EXPECT_EQ(snapshot(m.tags()), before);
-  EXPECT_FALSE(snapshot({added})[added].exists);
+  EXPECT_EQ(gotoPmark(c.pmark), PK_ERROR_memory_full);
+  EXPECT_EQ(snapshot(c.m.tags()), c.atPmark);
+  EXPECT_FALSE(snapshot({c.added})[c.added].exists);
   EXPECT_TRUE(deltaLog().deltas.empty());  // the spent delta was deleted all the same
   deltaLog().failOpenForWrite = false;
 
-  changeEverything(m);
-  ASSERT_EQ(gotoPmark(pmark), PK_ERROR_no_errors);
-  EXPECT_EQ(snapshot(m.tags()), before);
-  int n = 0;
-  PK_PMARK_t* gone = nullptr;
-  ASSERT_EQ(PK_PMARK_delete(1, &pmark, &n, &gone), PK_ERROR_no_errors);
-  EXPECT_EQ(PK_MEMORY_free(gone), PK_ERROR_no_errors);
+  changeEverything(c.m);
+  ASSERT_EQ(gotoPmark(c.pmark), PK_ERROR_no_errors);
+  EXPECT_EQ(snapshot(c.m.tags()), c.atPmark);
+  deletePmark(c.pmark);
   EXPECT_EQ(journal().stretchCount(), 0u);
   EXPECT_EQ(journal().archivedPayloads(), 0u);
 }
@@ -269,17 +278,14 @@ TEST_F(Pmarks, StoreFailureAfterTheGotoKeepsTheRollBackAndTheRecords) {
 // handed out are freed again: the error concerns the lists, the goto stands.
 TEST_F(Pmarks, ListsThatCannotBeHandedOutAreFreedAndTheGotoStands) {
   for (int failing = 1; failing <= 3; ++failing) {
-    Model m;
-    PK_PMARK_t pmark = makePmark();
-    Snapshot before = snapshot(m.tags());
-    changeEverything(m);  // something created, modified and deleted
+    ChangedSincePmark c;  // something created, modified and deleted
     long long liveBefore = frustrumLog().liveBytes;
     frustrumLog().failMalloNumber = frustrumLog().fmallo + failing;
     PK_PMARK_goto_o_t options;
     PK_PMARK_goto_o_m(options);
     int n[3] = {-1, -1, -1};
     int* arrays[3] = {&n[0], &n[1], &n[2]};  // anything but null
-    EXPECT_EQ(PK_PMARK_goto_2(pmark, &options, &n[0], &arrays[0], &n[1], &arrays[1], &n[2],
+    EXPECT_EQ(PK_PMARK_goto_2(c.pmark, &options, &n[0], &arrays[0], &n[1], &arrays[1], &n[2],
                               &arrays[2]),
               PK_ERROR_memory_full)
         << failing;
@@ -288,22 +294,16 @@ TEST_F(Pmarks, ListsThatCannotBeHandedOutAreFreedAndTheGotoStands) {
       EXPECT_EQ(arrays[i], nullptr) << failing;
     }
     EXPECT_EQ(frustrumLog().liveBytes, liveBefore) << failing;
-    EXPECT_EQ(snapshot(m.tags()), before) << failing;
+    EXPECT_EQ(snapshot(c.m.tags()), c.atPmark) << failing;
     frustrumLog().failMalloNumber = 0;
-    int deleted = 0;
-    PK_PMARK_t* gone = nullptr;
-    ASSERT_EQ(PK_PMARK_delete(1, &pmark, &deleted, &gone), PK_ERROR_no_errors);
-    EXPECT_EQ(PK_MEMORY_free(gone), PK_ERROR_no_errors);
+    deletePmark(c.pmark);
   }
 }
 
 // A delta whose write fails is closed (not left open in the store) and
 // deleted; its records stay in memory, so the pmark can still be gone to.
 TEST_F(Pmarks, FailedWriteClosesTheDeltaAndKeepsTheRecords) {
-  Model m;
-  PK_PMARK_t pmark = makePmark();
-  Snapshot before = snapshot(m.tags());
-  PK_BODY_t added = changeEverything(m);
+  ChangedSincePmark c;
   deltaLog().failWrites = true;
   int closes = deltaLog().closes;
   PK_PARTITION_t partition = 0;
@@ -314,14 +314,14 @@ TEST_F(Pmarks, FailedWriteClosesTheDeltaAndKeepsTheRecords) {
   EXPECT_TRUE(deltaLog().deltas.empty());  // the half-written delta is gone
   deltaLog().failWrites = false;
 
-  ASSERT_EQ(gotoPmark(pmark), PK_ERROR_no_errors);
-  EXPECT_EQ(snapshot(m.tags()), before);
-  EXPECT_FALSE(snapshot({added})[added].exists);
+  ASSERT_EQ(gotoPmark(c.pmark), PK_ERROR_no_errors);
+  EXPECT_EQ(snapshot(c.m.tags()), c.atPmark);
+  EXPECT_FALSE(snapshot({c.added})[c.added].exists);
   // Later pmarks and gotos work on; this pmark's records stay in memory.
-  changeEverything(m);
+  changeEverything(c.m);
   makePmark();
-  ASSERT_EQ(gotoPmark(pmark), PK_ERROR_no_errors);
-  EXPECT_EQ(snapshot(m.tags()), before);
+  ASSERT_EQ(gotoPmark(c.pmark), PK_ERROR_no_errors);
+  EXPECT_EQ(snapshot(c.m.tags()), c.atPmark);
 }
 
 // The application owns its deltas and frees them itself when it stops its
