@@ -44,6 +44,25 @@ TEST(Modeller, AStopAfterARunWithoutDeltasLeavesTheStoreAlone) {
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
 
+TEST(Modeller, StoppingWithMarksAliveSaysNothing) {
+  // The store is stopped before the kernel: the kernel must not call back into it.
+  LoggedWorkDir dir;
+  PSCSetSchemaDirectory(nullptr);
+  ASSERT_EQ(PSCStartModeller(false, true), 0);
+  PSCRollback::SetMode(1);
+  {
+    PSCRollback first(false), second(false);
+    ASSERT_EQ(first.SetMark(), 0);
+    makeBlock();
+    ASSERT_EQ(second.SetMark(), 0);
+    makeBlock();
+  }
+  PSCRollback::SetMode(0);
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(PSCEndModeller(), 0);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
+
 TEST(Modeller, StopWithoutStartIsReported) {
   LoggedWorkDir dir;
   EXPECT_EQ(PSCEndModeller(), 10);
