@@ -398,17 +398,29 @@ TEST_F(KInterface, SizeParameterIsChecked) {
     KI_SEINTP(&code, &size, &zero, &ifail);
     EXPECT_EQ(ifail, KI_rollback_size_bad) << size;
   }
+  EXPECT_EQ(frustrumLog().ffoprb, 0);
   const int good = 1 << 20;
-  KI_SEINTP(&code, &good, &zero, &ifail);
-  EXPECT_EQ(ifail, 0);
   const int other = 4;
   KI_SEINTP(&other, &good, &zero, &ifail);
   EXPECT_EQ(ifail, KI_bad_parameter);
   KI_ROLBLM(&ifail);
   EXPECT_EQ(ifail, KI_rollback_not_started);
+
+  // A good size opens the file at once: a file that cannot be opened is
+  // told here (928), and the next attempt opens it.
   frustrumLog().failOprb = true;
+  KI_SEINTP(&code, &good, &zero, &ifail);
+  EXPECT_EQ(ifail, KI_cant_open_rollback);
   KI_ROLSMK(&ifail);
   EXPECT_EQ(ifail, KI_cant_open_rollback);
+  EXPECT_EQ(frustrumLog().ffoprb, 2);
+  frustrumLog().failOprb = false;
+  KI_SEINTP(&code, &good, &zero, &ifail);
+  EXPECT_EQ(ifail, 0);
+  EXPECT_EQ(frustrumLog().ffoprb, 3);
+  KI_ROLSMK(&ifail);
+  EXPECT_EQ(ifail, 0);
+  EXPECT_EQ(frustrumLog().ffoprb, 3);  // the mark uses the file already open
 }
 
 TEST_F(KInterface, RollBackToTheLastMarkThroughTheFile) {
