@@ -53,6 +53,15 @@ const TransfData& transfData(PK_TRANSF_t transf) {
 
 bool isRigid(const gp_Trsf& trsf) { return std::abs(std::abs(trsf.ScaleFactor()) - 1) < kScaleTolerance && trsf.ScaleFactor() > 0; }
 
+// A rigid motion only changes the shape's location, sharing its topology. The
+// motion is composed with the location into one transformation: chaining a
+// location per call (TopoDS_Shape::Moved) makes every later call, and every
+// use of the shape, walk a chain as long as the number of moves.
+TopoDS_Shape relocated(const TopoDS_Shape& shape, const gp_Trsf& motion) {
+  gp_Trsf composed = motion * shape.Location().Transformation();
+  return shape.Located(TopLoc_Location(composed));
+}
+
 }  // namespace
 
 extern "C" PK_ERROR_code_t PK_TRANSF_create(const PK_TRANSF_sf_t* transf_sf, PK_TRANSF_t* transf) {
@@ -81,10 +90,7 @@ extern "C" PK_ERROR_code_t PK_BODY_transform_2(PK_BODY_t body, PK_TRANSF_t trans
     require(!options || options->o_t_version >= 1, PK_ERROR_bad_option_data);
     const TopoDS_Shape& shape = bodyData(body).shape;
     gp_Trsf trsf = toTrsf(transfData(transf).matrix);
-    // A rigid motion only changes the shape's location, sharing its topology;
-    // a scale has to rebuild the geometry.
-    TopoDS_Shape moved = isRigid(trsf) ? shape.Moved(TopLoc_Location(trsf))
-                                       : BRepBuilderAPI_Transform(shape, trsf, true).Shape();
-    replaceBodyShape(body, moved);
+    replaceBodyShape(body, isRigid(trsf) ? relocated(shape, trsf)
+                                         : BRepBuilderAPI_Transform(shape, trsf, true).Shape());
   });
 }
