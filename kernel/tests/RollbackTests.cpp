@@ -616,3 +616,36 @@ TEST_F(Journal, RecordsThatDoNotFitTheRollbackFileAreRefused) {
   EXPECT_TRUE(snapshot({tooMany.back()})[tooMany.back()].exists);
   EXPECT_EQ(frustrumLog().fileBytesWritten, 16 + stretchBytes(194));  // nothing more written
 }
+
+// What no live mark can reach is not kept: after a body's first change since
+// the newest mark, its later changes keep no old shape (any goto passes the
+// first record); an entity made and deleted since that mark keeps none at all.
+TEST_F(Journal, OnlyTheFirstChangeSinceTheNewestMarkKeepsAPayload) {
+  PK_BODY_t body = makeBlock(1, 1, 1);
+  PK_TRANSF_t shift = shiftX(2);
+  const std::string original = boxOf(body);
+  PK_PMARK_t first = makePmark();
+  for (int i = 0; i < 3; ++i) move(body, shift);
+  PK_BODY_t passing = makeBlock(1, 1, 1, 5);
+  ASSERT_EQ(PK_ENTITY_delete(1, &passing), PK_ERROR_no_errors);
+  EXPECT_EQ(journal().archivedPayloads(), 1u);
+  EXPECT_EQ(journal().position(), 2u);  // the moved body, the passing block
+
+  // A mark in between: the state at it is reachable, so its shape is kept.
+  const std::string atSecond = boxOf(body);
+  PK_MARK_t second = 0;
+  ASSERT_EQ(PK_MARK_create(&second), PK_ERROR_no_errors);
+  move(body, shift);
+  move(body, shift);
+  EXPECT_EQ(journal().archivedPayloads(), 2u);
+  ASSERT_EQ(PK_MARK_goto(second), PK_ERROR_no_errors);
+  EXPECT_EQ(boxOf(body), atSecond);
+
+  // Gone back to the mark, the body's next change is its first since.
+  move(body, shift);
+  EXPECT_EQ(journal().archivedPayloads(), 2u);
+  ASSERT_EQ(gotoPmark(first), PK_ERROR_no_errors);
+  EXPECT_EQ(boxOf(body), original);
+  EXPECT_FALSE(snapshot({passing})[passing].exists);
+  EXPECT_EQ(journal().archivedPayloads(), 0u);
+}
