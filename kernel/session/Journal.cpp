@@ -102,6 +102,14 @@ DeltaStore& Journal::deltaStore() {
 
 void Journal::beginPmarkStretch(PK_PMARK_t pmark) {
   sealOpenStretch();
+  // What a deleted pmark that was gone back to leaves: no records, no mark,
+  // no delta. It would stay in the row for good.
+  if (!stretches_.empty()) {
+    const Stretch& last = stretches_.back();
+    if (last.where == Where::memory && last.records.empty() && last.pmark == PK_ENTITY_null &&
+        last.delta == 0)
+      stretches_.pop_back();
+  }
   Stretch open;
   open.begin = open.end = position_;
   open.pmark = pmark;

@@ -649,3 +649,21 @@ TEST_F(Journal, OnlyTheFirstChangeSinceTheNewestMarkKeepsAPayload) {
   EXPECT_FALSE(snapshot({passing})[passing].exists);
   EXPECT_EQ(journal().archivedPayloads(), 0u);
 }
+
+// The uniting loop's failure road: a pmark, a change, back to the pmark, the
+// pmark deleted. Round after round, nothing of those rounds stays behind.
+TEST_F(Journal, FailedAttemptsLeaveNoStretchBehind) {
+  makePmark();  // an earlier union, kept: its pmark dropped, still live
+  makeBlock(1, 1, 1);
+  makePmark();
+  std::size_t stretches = 0;
+  for (int round = 0; round < 4; ++round) {
+    PK_PMARK_t attempt = makePmark();
+    makeBlock(1, 1, 1, 3);
+    ASSERT_EQ(gotoPmark(attempt), PK_ERROR_no_errors);
+    deletePmark(attempt);
+    if (round == 0) stretches = journal().stretchCount();
+    EXPECT_EQ(journal().stretchCount(), stretches) << round;
+  }
+  EXPECT_EQ(journal().archivedPayloads(), 0u);
+}
