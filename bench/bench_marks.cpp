@@ -145,10 +145,9 @@ long droppedMarkGrowthKb(int rounds, bool marks, int replacements) {
   bool grown = false;
   PK_PARTITION_t partition = 0;
   check(PK_SESSION_ask_curr_partition(&partition), "PK_SESSION_ask_curr_partition");
-  // One round before measuring, so that first-use allocations do not count.
-  for (int round = -1; round < rounds; ++round) {
-    static long before = 0;
-    if (round == 0) before = statusKb("VmHWM");
+  // The pattern: a pmark, the shape replaced, the mark object let go (nothing
+  // is asked of the kernel when it goes).
+  auto round = [&] {
     if (marks) {
       PK_PMARK_t pmark = 0;
       check(PK_PARTITION_make_pmark(partition, &pmark), "PK_PARTITION_make_pmark");
@@ -156,14 +155,13 @@ long droppedMarkGrowthKb(int rounds, bool marks, int replacements) {
     // Up and down in turn, so that the body stays the same size.
     for (int r = 0; r < replacements; ++r, grown = !grown)
       check(PK_BODY_transform_2(body, grown ? down : up, 1e-6, nullptr), "PK_BODY_transform_2");
-    if (round == rounds - 1) {
-      long growth = statusKb("VmHWM") - before;
-      stopSession();
-      return growth;
-    }
-  }
+  };
+  round();  // first-use allocations do not count
+  const long before = statusKb("VmHWM");
+  for (int i = 0; i < rounds; ++i) round();
+  const long growth = statusKb("VmHWM") - before;
   stopSession();
-  return 0;
+  return growth;
 }
 
 // Runs the variant in a child process and hands back what it measured.
