@@ -677,6 +677,86 @@ PK_ERROR_code_t PK_REGION_is_solid(PK_REGION_t region, PK_LOGICAL_t* is_solid);
 PK_ERROR_code_t PK_SHELL_find_sign(PK_SHELL_t shell, PK_SHELL_sign_t* sign);
 PK_ERROR_code_t PK_SHELL_ask_oriented_faces(PK_SHELL_t shell, int* n_faces, PK_FACE_t** faces,
                                             PK_LOGICAL_t** orients);
+/* All shells of the body, in region order (for each region its shells). */
+PK_ERROR_code_t PK_BODY_ask_shells(PK_BODY_t body, int* n_shells, PK_SHELL_t** shells);
+PK_ERROR_code_t PK_BODY_ask_edges(PK_BODY_t body, int* n_edges, PK_EDGE_t** edges);
+PK_ERROR_code_t PK_BODY_ask_vertices(PK_BODY_t body, int* n_vertices, PK_VERTEX_t** vertices);
+
+/* Mass properties. */
+typedef int PK_mass_t;
+typedef int PK_mass_periphery_t;
+#define PK_mass_no_c 6220     /* amount only */
+#define PK_mass_mass_c 6221   /* amount and mass */
+#define PK_mass_c_of_g_c 6222 /* and the centre of gravity */
+#define PK_mass_m_of_i_c 6223 /* and the moment of inertia */
+#define PK_mass_periphery_no_c 6224
+#define PK_mass_periphery_yes_c 6225
+
+typedef struct PK_TOPOL_eval_mass_props_o_s {
+  int o_t_version;               /* version of this record */
+  PK_mass_t mass;                /* what to compute besides the amount (PK_mass_m_of_i_c) */
+  PK_mass_periphery_t periphery; /* (PK_mass_periphery_yes_c) */
+} PK_TOPOL_eval_mass_props_o_t;
+#define PK_TOPOL_eval_mass_props_o_m(o) \
+  ((o).o_t_version = 1, (o).mass = PK_mass_m_of_i_c, (o).periphery = PK_mass_periphery_yes_c)
+
+#define PK_ERROR_bad_accuracy 6201   /* accuracy outside 0..1 */
+#define PK_ERROR_different_types 6202 /* topols of different classes or body types */
+#define PK_ERROR_mass_eq_0 6203      /* the amount is zero */
+
+/* Mass properties of bodies, regions, faces or edges, all of one kind, added
+ * up: amount is the volume of solid bodies and regions (void regions other
+ * than the infinite one: the volume they enclose), the area of sheet bodies
+ * and faces, the length of wire bodies and edges; mass is the amount (unit
+ * density); c_of_g[3]; m_of_i[9] the inertia tensor at the centre of gravity;
+ * periphery the surface area of solids, the boundary length of faces and
+ * sheets. accuracy in 0..1 sets the relative error the integration aims at,
+ * 1 - accuracy (at least 1e-12, at most 1e-2): 0.999999999 asks for 1e-9.
+ * Arrays not wanted may be NULL. */
+PK_ERROR_code_t PK_TOPOL_eval_mass_props(int n_topols, const PK_TOPOL_t topols[], double accuracy,
+                                         const PK_TOPOL_eval_mass_props_o_t* options, double amount[],
+                                         double mass[], double c_of_g[], double m_of_i[],
+                                         double periphery[]);
+
+typedef struct PK_BOX_s {
+  double coord[6]; /* xmin, ymin, zmin, xmax, ymax, zmax */
+} PK_BOX_t;
+/* A box around a body, region, shell, face, loop, edge or vertex (tight on its
+ * geometry, not grown by tolerances). */
+PK_ERROR_code_t PK_TOPOL_find_box(PK_TOPOL_t topol, PK_BOX_t* box);
+
+/* Validity check: OCCT's checker over the body's topology and geometry. */
+typedef int PK_check_state_t;
+#define PK_BODY_state_ok_c 6240
+#define PK_BODY_state_invalid_c 6241   /* the body as a whole (e.g. no shape) */
+#define PK_REGION_state_bad_c 6242     /* a solid that is not closed or is inside out */
+#define PK_SHELL_state_bad_c 6243      /* a shell not closed, not connected or badly oriented */
+#define PK_FACE_state_bad_c 6244       /* a face's loops, surface or pcurves */
+#define PK_LOOP_state_bad_c 6245
+#define PK_EDGE_state_bad_c 6246       /* an edge's curves, ranges or tolerance */
+#define PK_VERTEX_state_bad_c 6247     /* a vertex off its edges */
+
+typedef struct PK_check_fault_s {
+  PK_check_state_t state;
+  PK_ENTITY_t entity_1; /* the entity at fault */
+  PK_ENTITY_t entity_2; /* PK_ENTITY_null */
+  PK_VECTOR_t position; /* a point of the entity at fault where one is known, else 0 */
+} PK_check_fault_t;
+
+typedef struct PK_BODY_check_o_s {
+  int o_t_version; /* version of this record */
+  int max_faults;  /* at most this many faults (10); 0: the first fault is an error */
+} PK_BODY_check_o_t;
+#define PK_BODY_check_o_m(o) ((o).o_t_version = 1, (o).max_faults = 10)
+
+#define PK_ERROR_check_error 6204 /* max_faults 0 and a fault was found */
+
+/* Checks the body; no fault: n_faults 0 and faults NULL. Vertices are
+ * reported before edges, edges before loops and faces, then shells and
+ * solids: the first fault is the smallest entity at fault. */
+PK_ERROR_code_t PK_BODY_check(PK_BODY_t body, const PK_BODY_check_o_t* options, int* n_faults,
+                              PK_check_fault_t** faults);
+
 /* Deletes faces: whole shells directly, other sets healing their neighbours as
  * heal_action says. */
 PK_ERROR_code_t PK_FACE_delete(int n_faces, const PK_FACE_t* faces, PK_FACE_heal_t heal_action);

@@ -4,6 +4,7 @@
 // it.
 #pragma once
 
+#include "BodyTopology.h"
 #include "pk.h"
 
 #include <TopoDS_Shape.hxx>
@@ -15,9 +16,22 @@
 
 namespace meld::kernel {
 
+using AttribValue = std::variant<std::monostate, std::string, std::u16string>;
+
+// An attribute held on a sub-shape of a body (a face's colour, an edge's
+// name): it follows its sub-shape when the body's shape changes.
+struct SubshapeAttrib {
+  TopoDS_Shape shape;
+  PK_ATTDEF_t attdef = PK_ENTITY_null;
+  std::vector<AttribValue> fields;
+};
+
 struct BodyData {
   TopoDS_Shape shape;
   PK_BODY_type_t type = PK_BODY_type_solid_c;
+  std::vector<SubshapeAttrib> subshapeAttribs;
+  // Regions, shells, faces, loops, edges, vertices and their tags.
+  BodyTopologyPtr topology;
 };
 
 struct AssemblyData {};
@@ -35,8 +49,6 @@ struct AttdefData {
   std::string name;
   std::vector<PK_ATTRIB_field_t> fields;
 };
-
-using AttribValue = std::variant<std::monostate, std::string, std::u16string>;
 
 // An attribute's owner is the entity it is attached to, its referent its
 // definition.
