@@ -2,9 +2,13 @@
 // tags live and die, regions, shells and signs, volumes against their
 // analytic values, and going back through marks and pmarks.
 #include "TopologyHelpers.h"
+#include "ops/BooleanChecks.h"
 #include "ops/Bodies.h"
 
+#include <BRepBuilderAPI_MakeSolid.hxx>
 #include <BRepPrimAPI_MakeBox.hxx>
+#include <BRep_Builder.hxx>
+#include <TopoDS_Shell.hxx>
 #include <TopExp_Explorer.hxx>
 
 #include <algorithm>
@@ -61,9 +65,51 @@ PK_FACE_t faceNear(PK_BODY_t body, double x, double y, double z) {
   return best;
 }
 
+// A unit block whose shell lacks one face, as a solid body.
+PK_BODY_t openBlockAt(double x) {
+  TopoDS_Shell open;
+  BRep_Builder builder;
+  builder.MakeShell(open);
+  TopExp_Explorer ex(BRepPrimAPI_MakeBox(gp_Pnt(x, -0.5, 0), 1, 1, 1).Shape(), TopAbs_FACE);
+  for (ex.Next(); ex.More(); ex.Next()) builder.Add(open, ex.Current());
+  return meld::kernel::createBody(BRepBuilderAPI_MakeSolid(open).Solid(), PK_BODY_type_solid_c);
+}
+
 }  // namespace
 
 using Booleans = KernelSession;
+
+TEST(BooleanChecks, VolumeInvariantsPerOperation) {
+  using meld::kernel::Measures;
+  using meld::kernel::volumesAgree;
+  Measures one{1.0, 6.0}, half{0.5, 4.0};
+  const double fuzzy = 1e-5;
+  EXPECT_TRUE(volumesAgree(PK_boolean_unite_c, one, {half}, Measures{1.2, 0}, fuzzy));
+  EXPECT_TRUE(volumesAgree(PK_boolean_unite_c, one, {half}, Measures{1.5 + 5e-5, 0}, fuzzy));  // fuzzy x area
+  EXPECT_FALSE(volumesAgree(PK_boolean_unite_c, one, {half}, Measures{1.5 + 2e-4, 0}, fuzzy));
+  EXPECT_FALSE(volumesAgree(PK_boolean_unite_c, one, {half}, Measures{0.9, 0}, fuzzy));
+  EXPECT_TRUE(volumesAgree(PK_boolean_subtract_c, one, {half}, Measures{0.6, 0}, fuzzy));
+  EXPECT_FALSE(volumesAgree(PK_boolean_subtract_c, one, {half}, Measures{1.1, 0}, fuzzy));
+  EXPECT_FALSE(volumesAgree(PK_boolean_subtract_c, one, {half}, Measures{0.4, 0}, fuzzy));
+  EXPECT_TRUE(volumesAgree(PK_boolean_intersect_c, one, {half}, Measures{0.5, 0}, fuzzy));
+  EXPECT_FALSE(volumesAgree(PK_boolean_intersect_c, one, {half}, Measures{0.7, 0}, fuzzy));
+  EXPECT_FALSE(volumesAgree(PK_boolean_unite_c, one, {half}, Measures{-1.2, 0}, fuzzy));
+}
+
+TEST_F(Booleans, ABodyWithAnOpenShellFailsAndEverythingStaysAsItWas) {
+  PK_BODY_t target = makeBlock(1, 1, 1), tool = openBlockAt(0);
+  EXPECT_FALSE(meld::kernel::solidsClosed(meld::kernel::bodyData(tool).shape));
+  std::vector<PK_FACE_t> targetFaces = facesOf(target), toolFaces = facesOf(tool);
+  std::string targetBox = boxOf(target);
+  Outcome out = boolean(target, {tool});
+  EXPECT_EQ(out.error, PK_ERROR_no_errors);
+  EXPECT_EQ(out.result, PK_boolean_result_failed_c);
+  EXPECT_TRUE(out.bodies.empty());
+  EXPECT_TRUE(isLive(tool));
+  EXPECT_EQ(facesOf(target), targetFaces);
+  EXPECT_EQ(facesOf(tool), toolFaces);
+  EXPECT_EQ(boxOf(target), targetBox);
+}
 
 TEST_F(Booleans, OverlappingBlocksUniteIntoTheTargetAndTheToolGoes) {
   PK_BODY_t target = makeBlock(1, 1, 1), tool = makeBlock(1, 1, 1, 0.5);
