@@ -62,7 +62,9 @@ PK_BODY_t createBody(BodyData data) {
 }
 
 const BodyData& bodyData(PK_BODY_t body) {
-  const Record& record = session().table.get(body, PK_CLASS_body);
+  const EntityTable& table = session().table;
+  require(table.exists(body) || table.bodyOfSubEntity(body) == PK_ENTITY_null, PK_ERROR_wrong_entity);
+  const Record& record = table.get(body, PK_CLASS_body);
   return std::get<BodyData>(*record.payload);
 }
 
@@ -71,14 +73,15 @@ void replaceBodyShape(PK_BODY_t body, const TopoDS_Shape& shape) {
 }
 
 void replaceBodyShape(PK_BODY_t body, const TopoDS_Shape& shape, const BodyChange& change) {
-  BodyData changed = derivedData(sourcesOf(body, change), shape, change);
-  session().table.replacePayload(body, makePayload(std::move(changed)));
+  replaceBodyData(body, derivedBodyData(body, shape, change));
 }
 
-PK_BODY_t createBodyFrom(PK_BODY_t from, const TopoDS_Shape& shape, const BodyChange& change) {
-  BodyData data = derivedData(sourcesOf(from, change), shape, change);
-  return session().table.create(
-      Record{PK_CLASS_body, PK_ENTITY_null, PK_ENTITY_null, makePayload(std::move(data))});
+BodyData derivedBodyData(PK_BODY_t from, const TopoDS_Shape& shape, const BodyChange& change) {
+  return derivedData(sourcesOf(from, change), shape, change);
+}
+
+void replaceBodyData(PK_BODY_t body, BodyData data) {
+  session().table.replacePayload(body, makePayload(std::move(data)));
 }
 
 const BodyTopology& bodyTopology(PK_BODY_t body) { return *bodyData(body).topology; }

@@ -29,8 +29,11 @@ struct BodyChange {
   std::unordered_set<PK_ENTITY_t>* used = nullptr;
 };
 void replaceBodyShape(PK_BODY_t body, const TopoDS_Shape& shape, const BodyChange& change);
-// A new body made of pieces of `from` (and of the absorbed bodies).
-PK_BODY_t createBodyFrom(PK_BODY_t from, const TopoDS_Shape& shape, const BodyChange& change);
+// The payload of a body made of pieces of `from` (and of the absorbed
+// bodies), derived from their current payloads; the table is not touched, so
+// that all pieces of one operation can be derived before any is stored.
+BodyData derivedBodyData(PK_BODY_t from, const TopoDS_Shape& shape, const BodyChange& change);
+void replaceBodyData(PK_BODY_t body, BodyData data);
 
 // The body's sub-entity topology; a body's own tag or a sub-entity's tag.
 const BodyTopology& bodyTopology(PK_BODY_t body);
