@@ -757,8 +757,16 @@ typedef struct PK_BODY_check_o_s {
 PK_ERROR_code_t PK_BODY_check(PK_BODY_t body, const PK_BODY_check_o_t* options, int* n_faults,
                               PK_check_fault_t** faults);
 
-/* Deletes faces: whole shells directly, other sets healing their neighbours as
- * heal_action says. */
+#define PK_ERROR_not_in_same_body 6205 /* faces of more than one body */
+#define PK_ERROR_cant_heal 6206        /* the faces left cannot be healed into a valid body */
+
+/* Deletes faces of one body. Faces that make up whole shells of a solid other
+ * than its outer one (cavities) are removed directly, with their void
+ * regions. Any other set needs heal_action PK_FACE_heal_yes_c: the
+ * neighbouring faces grow over the wound (OCCT's defeaturing) and the result
+ * must check valid; otherwise PK_ERROR_cant_heal and nothing changes. Faces
+ * that are a solid's whole outer shell are refused (PK_ERROR_cant_heal): the
+ * solid would go. The body keeps its tag; faces that survive keep theirs. */
 PK_ERROR_code_t PK_FACE_delete(int n_faces, const PK_FACE_t* faces, PK_FACE_heal_t heal_action);
 
 #ifdef __cplusplus
