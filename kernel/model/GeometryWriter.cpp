@@ -1,0 +1,230 @@
+#include "GeometryWriter.h"
+
+#include "ModelError.h"
+
+#include <GeomConvert.hxx>
+#include <Geom_BSplineCurve.hxx>
+#include <Geom_BSplineSurface.hxx>
+#include <Geom_Circle.hxx>
+#include <Geom_ConicalSurface.hxx>
+#include <Geom_CylindricalSurface.hxx>
+#include <Geom_Ellipse.hxx>
+#include <Geom_Line.hxx>
+#include <Geom_OffsetCurve.hxx>
+#include <Geom_OffsetSurface.hxx>
+#include <Geom_Plane.hxx>
+#include <Geom_RectangularTrimmedSurface.hxx>
+#include <Geom_SphericalSurface.hxx>
+#include <Geom_SurfaceOfLinearExtrusion.hxx>
+#include <Geom_SurfaceOfRevolution.hxx>
+#include <Geom_ToroidalSurface.hxx>
+#include <Geom_TrimmedCurve.hxx>
+#include <Precision.hxx>
+#include <Standard_Failure.hxx>
+#include <TColStd_Array1OfInteger.hxx>
+#include <TColStd_Array1OfReal.hxx>
+
+#include <cmath>
+
+namespace meld::model {
+namespace {
+
+gp_XYZ xyz(const gp_Pnt& p) { return p.XYZ(); }
+gp_XYZ xyz(const gp_Dir& d) { return d.XYZ(); }
+
+std::vector<int64_t> ints(const TColStd_Array1OfInteger& a) {
+  std::vector<int64_t> out;
+  for (int i = a.Lower(); i <= a.Upper(); ++i) out.push_back(a(i));
+  return out;
+}
+std::vector<double> reals(const TColStd_Array1OfReal& a) {
+  std::vector<double> out;
+  for (int i = a.Lower(); i <= a.Upper(); ++i) out.push_back(a(i));
+  return out;
+}
+
+// An axis frame as the format wants it: z = x cross y, so that y = z cross x. A
+// left-handed OCCT frame gets its z turned round; `flipped` says so.
+struct Frame {
+  gp_XYZ origin, axis, xAxis;
+  bool flipped = false;
+};
+Frame frameOf(const gp_Ax3& ax) {
+  Frame f;
+  f.origin = ax.Location().XYZ();
+  f.xAxis = ax.XDirection().XYZ();
+  f.axis = ax.XDirection().XYZ().Crossed(ax.YDirection().XYZ());
+  f.flipped = !ax.Direct();
+  return f;
+}
+
+[[noreturn]] void unsupported(const std::string& what) {
+  throw ModelError(PK_ERROR_unsupported_geometry, "cannot write " + what + " to a part file");
+}
+
+}  // namespace
+
+void GeometryWriter::chain(std::vector<int64_t>& list, int64_t node) {
+  if (!list.empty()) {
+    m_sink.set(list.back(), "next", node);
+    m_sink.set(node, "previous", list.back());
+  }
+  list.push_back(node);
+}
+
+int64_t GeometryWriter::point(const gp_Pnt& p, int64_t owner) {
+  int64_t node = m_sink.add("POINT", {{"owner", owner}, {"pvec", xyz(p)}});
+  m_sink.set(node, "node_id", node);
+  chain(m_points, node);
+  return node;
+}
+
+int64_t GeometryWriter::curve(const Handle(Geom_Curve)& input, double first, double last, int64_t owner) {
+  Handle(Geom_Curve) c = input;
+  while (auto trimmed = Handle(Geom_TrimmedCurve)::DownCast(c)) c = trimmed->BasisCurve();
+  int64_t node = 0;
+  if (auto line = Handle(Geom_Line)::DownCast(c)) {
+    node = m_sink.add("LINE", {{"pvec", xyz(line->Lin().Location())}, {"direction", xyz(line->Lin().Direction())}});
+  } else if (auto circle = Handle(Geom_Circle)::DownCast(c)) {
+    const gp_Ax2& ax = circle->Position();
+    node = m_sink.add("CIRCLE", {{"centre", xyz(ax.Location())}, {"normal", xyz(ax.Direction())},
+                                 {"x_axis", xyz(ax.XDirection())}, {"radius", circle->Radius()}});
+  } else if (auto ellipse = Handle(Geom_Ellipse)::DownCast(c)) {
+    const gp_Ax2& ax = ellipse->Position();
+    node = m_sink.add("ELLIPSE", {{"centre", xyz(ax.Location())}, {"normal", xyz(ax.Direction())},
+                                  {"x_axis", xyz(ax.XDirection())}, {"major_radius", ellipse->MajorRadius()},
+                                  {"minor_radius", ellipse->MinorRadius()}});
+  } else {
+    Handle(Geom_BSplineCurve) b = Handle(Geom_BSplineCurve)::DownCast(c);
+    try {
+      if (b.IsNull()) b = GeomConvert::CurveToBSplineCurve(new Geom_TrimmedCurve(c, first, last));
+      else b = Handle(Geom_BSplineCurve)::DownCast(b->Copy());
+      // The periodic form needs the format's unclamped periodic knots; the
+      // plain form of the same curve is exact and every reader takes it.
+      if (b->IsPeriodic()) b->SetNotPeriodic();
+    } catch (const Standard_Failure& e) {
+      unsupported(std::string("a curve (") + e.GetMessageString() + ")");
+    }
+    const int n = b->NbPoles();
+    const bool rational = b->IsRational();
+    std::vector<double> vertices;
+    for (int i = 1; i <= n; ++i) {
+      const gp_Pnt p = b->Pole(i);
+      const double w = rational ? b->Weight(i) : 1.0;
+      vertices.insert(vertices.end(), {p.X() * w, p.Y() * w, p.Z() * w});
+      if (rational) vertices.push_back(w);
+    }
+    TColStd_Array1OfReal knots(1, b->NbKnots());
+    TColStd_Array1OfInteger mults(1, b->NbKnots());
+    b->Knots(knots);
+    b->Multiplicities(mults);
+    int64_t verts = m_sink.add("BSPLINE_VERTICES", {}, vertices);
+    int64_t multNode = m_sink.add("KNOT_MULT", {}, ints(mults));
+    int64_t knotNode = m_sink.add("KNOT_SET", {}, reals(knots));
+    int64_t nurbs = m_sink.add("NURBS_CURVE", {{"degree", int64_t{b->Degree()}}, {"n_vertices", int64_t{n}},
+                                               {"vertex_dim", int64_t{rational ? 4 : 3}}, {"n_knots", int64_t{b->NbKnots()}},
+                                               {"knot_type", int64_t{1}}, {"rational", int64_t{rational}},
+                                               {"curve_form", int64_t{1}}, {"bspline_vertices", verts},
+                                               {"knot_mult", multNode}, {"knots", knotNode}});
+    node = m_sink.add("B_CURVE", {{"nurbs", nurbs}});
+  }
+  m_sink.set(node, "node_id", node);
+  m_sink.set(node, "owner", owner);
+  m_sink.set(node, "sense", sense(true));
+  chain(m_curves, node);
+  return node;
+}
+
+GeometryWriter::Surface GeometryWriter::surface(const Handle(Geom_Surface)& input, int64_t owner) {
+  Handle(Geom_Surface) s = input;
+  while (auto trimmed = Handle(Geom_RectangularTrimmedSurface)::DownCast(s)) s = trimmed->BasisSurface();
+  Surface out;
+  if (auto plane = Handle(Geom_Plane)::DownCast(s)) {
+    Frame f = frameOf(plane->Position());
+    out.node = m_sink.add("PLANE", {{"pvec", f.origin}, {"normal", f.axis}, {"x_axis", f.xAxis}});
+  } else if (auto cyl = Handle(Geom_CylindricalSurface)::DownCast(s)) {
+    Frame f = frameOf(cyl->Position());
+    out.reversesNormal = f.flipped;  // v runs against the axis
+    out.node = m_sink.add("CYLINDER", {{"pvec", f.origin}, {"axis", f.axis}, {"radius", cyl->Radius()}, {"x_axis", f.xAxis}});
+  } else if (auto cone = Handle(Geom_ConicalSurface)::DownCast(s)) {
+    Frame f = frameOf(cone->Position());
+    out.reversesNormal = f.flipped;
+    double angle = f.flipped ? -cone->SemiAngle() : cone->SemiAngle();
+    out.node = m_sink.add("CONE", {{"pvec", f.origin}, {"axis", f.axis}, {"radius", cone->RefRadius()},
+                                   {"sin_half_angle", std::sin(angle)}, {"cos_half_angle", std::cos(angle)},
+                                   {"x_axis", f.xAxis}});
+  } else if (auto sphere = Handle(Geom_SphericalSurface)::DownCast(s)) {
+    Frame f = frameOf(sphere->Position());
+    out.reversesNormal = f.flipped;
+    out.node = m_sink.add("SPHERE", {{"centre", f.origin}, {"radius", sphere->Radius()}, {"axis", f.axis}, {"x_axis", f.xAxis}});
+  } else if (auto torus = Handle(Geom_ToroidalSurface)::DownCast(s)) {
+    Frame f = frameOf(torus->Position());
+    out.reversesNormal = f.flipped;
+    out.node = m_sink.add("TORUS", {{"centre", f.origin}, {"axis", f.axis}, {"major_radius", torus->MajorRadius()},
+                                    {"minor_radius", torus->MinorRadius()}, {"x_axis", f.xAxis}});
+  } else if (auto offset = Handle(Geom_OffsetSurface)::DownCast(s)) {
+    Surface base = surface(offset->BasisSurface(), 0);
+    out.reversesNormal = base.reversesNormal;
+    double d = base.reversesNormal ? -offset->Offset() : offset->Offset();
+    out.node = m_sink.add("OFFSET_SURF", {{"check", int64_t{'U'}}, {"surface", base.node}, {"offset", d}});
+  } else if (auto swept = Handle(Geom_SurfaceOfLinearExtrusion)::DownCast(s)) {
+    Handle(Geom_Curve) section = swept->BasisCurve();
+    int64_t c = curve(section, section->FirstParameter(), section->LastParameter(), 0);
+    out.node = m_sink.add("SWEPT_SURF", {{"section", c}, {"sweep", xyz(swept->Direction())}});
+  } else if (auto spun = Handle(Geom_SurfaceOfRevolution)::DownCast(s)) {
+    Handle(Geom_Curve) profile = spun->BasisCurve();
+    double f = profile->FirstParameter(), l = profile->LastParameter();
+    if (Precision::IsInfinite(f) || Precision::IsInfinite(l)) unsupported("a revolution of an unbounded profile");
+    int64_t c = curve(profile, f, l, 0);
+    // The format's u runs along the profile and v round the axis: the other way
+    // round from OCCT, so the natural normal turns round.
+    out.reversesNormal = true;
+    out.node = m_sink.add("SPUN_SURF", {{"profile", c}, {"base", xyz(spun->Axis().Location())},
+                                        {"axis", xyz(spun->Axis().Direction())}});
+  } else {
+    Handle(Geom_BSplineSurface) b = Handle(Geom_BSplineSurface)::DownCast(s);
+    try {
+      if (b.IsNull()) b = GeomConvert::SurfaceToBSplineSurface(s);
+      else b = Handle(Geom_BSplineSurface)::DownCast(b->Copy());
+      if (b->IsUPeriodic()) b->SetUNotPeriodic();
+      if (b->IsVPeriodic()) b->SetVNotPeriodic();
+    } catch (const Standard_Failure& e) {
+      unsupported(std::string("a surface (") + e.GetMessageString() + ")");
+    }
+    const int nu = b->NbUPoles(), nv = b->NbVPoles();
+    const bool rational = b->IsURational() || b->IsVRational();
+    std::vector<double> vertices;
+    for (int i = 1; i <= nu; ++i)  // v varies fastest
+      for (int j = 1; j <= nv; ++j) {
+        const gp_Pnt p = b->Pole(i, j);
+        const double w = rational ? b->Weight(i, j) : 1.0;
+        vertices.insert(vertices.end(), {p.X() * w, p.Y() * w, p.Z() * w});
+        if (rational) vertices.push_back(w);
+      }
+    TColStd_Array1OfReal uk(1, b->NbUKnots()), vk(1, b->NbVKnots());
+    TColStd_Array1OfInteger um(1, b->NbUKnots()), vm(1, b->NbVKnots());
+    b->UKnots(uk);
+    b->VKnots(vk);
+    b->UMultiplicities(um);
+    b->VMultiplicities(vm);
+    int64_t verts = m_sink.add("BSPLINE_VERTICES", {}, vertices);
+    int64_t umult = m_sink.add("KNOT_MULT", {}, ints(um)), vmult = m_sink.add("KNOT_MULT", {}, ints(vm));
+    int64_t uknots = m_sink.add("KNOT_SET", {}, reals(uk)), vknots = m_sink.add("KNOT_SET", {}, reals(vk));
+    int64_t nurbs = m_sink.add("NURBS_SURF", {{"u_degree", int64_t{b->UDegree()}}, {"v_degree", int64_t{b->VDegree()}},
+                                              {"n_u_vertices", int64_t{nu}}, {"n_v_vertices", int64_t{nv}},
+                                              {"u_knot_type", int64_t{1}}, {"v_knot_type", int64_t{1}},
+                                              {"n_u_knots", int64_t{b->NbUKnots()}}, {"n_v_knots", int64_t{b->NbVKnots()}},
+                                              {"rational", int64_t{rational}}, {"surface_form", int64_t{1}},
+                                              {"vertex_dim", int64_t{rational ? 4 : 3}}, {"bspline_vertices", verts},
+                                              {"u_knot_mult", umult}, {"v_knot_mult", vmult},
+                                              {"u_knots", uknots}, {"v_knots", vknots}});
+    out.node = m_sink.add("B_SURFACE", {{"nurbs", nurbs}});
+  }
+  m_sink.set(out.node, "node_id", out.node);
+  m_sink.set(out.node, "owner", owner);
+  m_sink.set(out.node, "sense", sense(true));
+  chain(m_surfaces, out.node);
+  return out;
+}
+
+}  // namespace meld::model
