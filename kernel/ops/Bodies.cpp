@@ -69,7 +69,6 @@ const BodyData& bodyData(PK_BODY_t body) {
 }
 
 void replaceBodyShape(PK_BODY_t body, const TopoDS_Shape& shape) {
-<<<<<<< HEAD
   replaceBodyShape(body, shape, BodyChange{});
 }
 
@@ -99,13 +98,6 @@ const SubEntity& subEntity(PK_ENTITY_t tag, PK_CLASS_t cls, PK_BODY_t* body) {
   require(entity->cls == cls, PK_ERROR_wrong_entity);
   if (body) *body = owner;
   return *entity;
-=======
-  // Sub-shape attributes stay with the payload; an operation that knows its
-  // history carries them to the new sub-shapes itself.
-  BodyData changed = bodyData(body);
-  changed.shape = shape;
-  session().table.replacePayload(body, makePayload(std::move(changed)));
->>>>>>> model
 }
 
 }  // namespace meld::kernel
