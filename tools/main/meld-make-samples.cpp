@@ -45,8 +45,10 @@ bool writeSample(const fs::path& dir, const Sample& sample) {
     std::fprintf(stderr, "meld-make-samples: cannot build %s\n", sample.name);
     return false;
   }
+  // Written from inside the folder, so that the header's FILE= names the file
+  // alone, wherever the samples are made.
   const std::string path = (dir / sample.name).string();
-  if (int rc = PSCTransmitParts(1, &part, path.c_str(), 0)) {
+  if (int rc = PSCTransmitParts(1, &part, sample.name, 0)) {
     std::fprintf(stderr, "meld-make-samples: cannot write %s (kernel code %d)\n", path.c_str(), rc);
     return false;
   }
@@ -70,6 +72,11 @@ int main(int argc, char** argv) {
   fs::create_directories(dir, ec);
   if (ec || !fs::is_directory(dir)) {
     std::fprintf(stderr, "meld-make-samples: cannot use %s as output folder\n", dir.c_str());
+    return 1;
+  }
+  fs::current_path(dir, ec);
+  if (ec) {
+    std::fprintf(stderr, "meld-make-samples: cannot enter %s\n", dir.c_str());
     return 1;
   }
   PSCSetSchemaDirectory(nullptr);
