@@ -331,6 +331,11 @@ BuiltBody BodyBuilder::build(long body) {
   bool anyVertex = false;
   std::vector<long> regions = chain(m_n.ptr(body, "region"), "next", kRegion);
   if (regions.empty()) badTopology(body, "body without regions");
+  // Solid regions first: a void region's shell that only shows the other side
+  // of faces a solid already holds must not become a second, loose shell (the
+  // infinite void region usually comes first in the file).
+  std::stable_partition(regions.begin(), regions.end(),
+                        [&](long region) { return m_n.character(region, "type") == 'S'; });
   for (long region : regions) {
     if (m_n.ptr(region, "body") != kNone && m_n.ptr(region, "body") != body)
       badTopology(region, "region of another body");

@@ -38,9 +38,10 @@ struct Outcome {
 };
 
 // The fuzzy value is the tolerance asked for: default_tol, capped by max_tol
-// when one is given.
+// when one is given. A default_tol of 0 asks for no fuzziness at all (the
+// driver's default when no tolerance is given on its command line).
 double fuzzyValue(const PK_BODY_boolean_o_t& o) {
-  require(std::isfinite(o.default_tol) && o.default_tol > 0 && o.default_tol < 1, PK_ERROR_bad_option_data);
+  require(std::isfinite(o.default_tol) && o.default_tol >= 0 && o.default_tol < 1, PK_ERROR_bad_option_data);
   require(std::isfinite(o.max_tol) && o.max_tol >= 0 && o.max_tol < 1, PK_ERROR_bad_option_data);
   return o.max_tol > 0 ? std::min(o.default_tol, o.max_tol) : o.default_tol;
 }
