@@ -255,7 +255,7 @@ TEST_F(Booleans, SheetsAndBadArgumentsAreRefusedAndChangeNothing) {
   EXPECT_EQ(boolean(target, {tool}, 12345).error, PK_ERROR_bad_option_data);
   PK_BODY_boolean_o_t options;
   PK_BODY_boolean_o_m(options);
-  options.default_tol = 0;
+  options.default_tol = -1e-5;  // 0 is allowed: no fuzziness
   PK_boolean_r_t results;
   EXPECT_EQ(PK_BODY_boolean_2(target, 1, &tool, &options, nullptr, &results), PK_ERROR_bad_option_data);
   EXPECT_EQ(PK_BODY_boolean_2(target, 1, &tool, nullptr, nullptr, nullptr), PK_ERROR_null_arg_address);
