@@ -5,7 +5,8 @@ unions done and failed, time, exit code, and whether the result's volume lies
 between the largest input body's and the sum of all input bodies.
 
 Each run happens in a folder of its own with VTDBG=1, so that the log lists
-every union tried. Usage: scripts/corpus-run.py [DIR] (BUILD_DIR: build tree).
+every union tried. Usage: scripts/corpus-run.py [DIR] (BUILD_DIR: build tree;
+CORPUS_TIMEOUT: seconds allowed per run, default 600).
 """
 import json
 import os
@@ -17,6 +18,7 @@ import time
 BUILD = os.environ.get("BUILD_DIR", "build")
 PROGRAM = os.path.abspath(os.path.join(BUILD, "meld-solids", "meld-solids"))
 INSPECT = os.path.abspath(os.path.join(BUILD, "tools", "xt-inspect"))
+TIMEOUT = float(os.environ.get("CORPUS_TIMEOUT", "600"))  # seconds per run
 EXTENSIONS = (".x_t", ".xmt_txt", ".x_b", ".xmt_bin")
 
 
@@ -44,8 +46,12 @@ def run_one(path):
         out = os.path.join(work, "united.x_t")
         env = dict(os.environ, VTDBG="1")
         start = time.monotonic()
-        run = subprocess.run([PROGRAM, "-i" + path, "-o" + out, "-lrun.log"], cwd=work, env=env,
-                             capture_output=True, text=True)
+        try:
+            run = subprocess.run([PROGRAM, "-i" + path, "-o" + out, "-lrun.log"], cwd=work, env=env,
+                                 capture_output=True, text=True, timeout=TIMEOUT)
+            code = run.returncode
+        except subprocess.TimeoutExpired:
+            code = "timeout"
         seconds = time.monotonic() - start
         log = open(os.path.join(work, "run.log"), errors="replace").read() if os.path.exists(
             os.path.join(work, "run.log")) else ""
@@ -54,7 +60,7 @@ def run_one(path):
     row = {
         "file": os.path.basename(path), "parts": len(facts["parts"]), "in": len(bodies),
         "done": log.count("succeeded("), "failed": log.count("failed("), "seconds": seconds,
-        "exit": run.returncode, "out": None, "valid": None, "volume": "-",
+        "exit": code, "out": None, "valid": None, "volume": "-",
     }
     if result and result.get("loaded"):
         row["out"] = len(result["bodies"])
@@ -80,7 +86,7 @@ def main():
         if row is None:
             skipped.append(name)
             continue
-        print("%(file)s\t%(parts)d\t%(in)d\t%(out)s\t%(done)d\t%(failed)d\t%(seconds).2f\t%(exit)d\t"
+        print("%(file)s\t%(parts)d\t%(in)d\t%(out)s\t%(done)d\t%(failed)d\t%(seconds).2f\t%(exit)s\t"
               "%(valid)s\t%(volume)s" % row, flush=True)
     print("# not run (single body, or not loaded by the kernel): %d files" % len(skipped))
 
