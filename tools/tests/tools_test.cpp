@@ -69,7 +69,9 @@ TEST_F(Inspect, DescribesEveryBodyOfAnAssembly) {
     EXPECT_EQ(b.type, "solid");
     EXPECT_EQ(b.name, names[k]);
     EXPECT_TRUE(b.valid);
+    // The outside's shell is the other side of the solid's: one OCCT shell.
     EXPECT_EQ(b.regions, 2);
+    EXPECT_EQ(b.shells, 2);
     EXPECT_EQ(b.faces, 6);
     EXPECT_EQ(b.edges, 12);
     EXPECT_EQ(b.vertices, 8);
@@ -87,6 +89,7 @@ TEST_F(Inspect, ACavityIsAThirdRegion) {
   ASSERT_TRUE(facts.loaded) << facts.message;
   ASSERT_EQ(facts.bodies.size(), 1u);
   EXPECT_EQ(facts.bodies[0].regions, 3);
+  EXPECT_EQ(facts.bodies[0].shells, 4);
     EXPECT_NEAR(facts.bodies[0].volume, samples::kCavityBlockHollow * 1e-9, 1e-14);
 }
 
