@@ -58,6 +58,43 @@ Frame frameOf(const gp_Ax3& ax) {
   return f;
 }
 
+// Knots as the file holds them: distinct values and multiplicities. A periodic
+// OCCT B-spline (N poles, first and last multiplicity equal) becomes the
+// format's unclamped periodic form: N + degree control points (the first
+// `degree` repeated at the end) over the flat knots of one period with `degree`
+// knots of the period before and degree + 1 of the period after it.
+struct FileKnots {
+  std::vector<double> values;
+  std::vector<int64_t> mults;
+  int extraPoles = 0;  // leading control points repeated at the end
+};
+
+FileKnots fileKnots(const TColStd_Array1OfReal& knots, const TColStd_Array1OfInteger& mults, int degree, bool periodic) {
+  FileKnots out;
+  if (!periodic) {
+    out.values = reals(knots);
+    out.mults = ints(mults);
+    return out;
+  }
+  std::vector<double> period;  // one period of flat knots, the last knot left out
+  for (int i = knots.Lower(); i < knots.Upper(); ++i) period.insert(period.end(), static_cast<size_t>(mults(i)), knots(i));
+  const double length = knots(knots.Upper()) - knots(knots.Lower());
+  const size_t n = period.size(), d = static_cast<size_t>(degree);
+  std::vector<double> flat;
+  for (size_t i = n - d; i < n; ++i) flat.push_back(period[i % n] - length);
+  flat.insert(flat.end(), period.begin(), period.end());
+  for (size_t i = 0; i <= d; ++i) flat.push_back(period[i % n] + length);
+  for (double v : flat) {
+    if (!out.values.empty() && out.values.back() == v) ++out.mults.back();
+    else {
+      out.values.push_back(v);
+      out.mults.push_back(1);
+    }
+  }
+  out.extraPoles = degree;
+  return out;
+}
+
 [[noreturn]] void unsupported(const std::string& what) {
   throw ModelError(PK_ERROR_unsupported_geometry, "cannot write " + what + " to a part file");
 }
@@ -99,31 +136,32 @@ int64_t GeometryWriter::curve(const Handle(Geom_Curve)& input, double first, dou
     try {
       if (b.IsNull()) b = GeomConvert::CurveToBSplineCurve(new Geom_TrimmedCurve(c, first, last));
       else b = Handle(Geom_BSplineCurve)::DownCast(b->Copy());
-      // The periodic form needs the format's unclamped periodic knots; the
-      // plain form of the same curve is exact and every reader takes it.
-      if (b->IsPeriodic()) b->SetNotPeriodic();
     } catch (const Standard_Failure& e) {
       unsupported(std::string("a curve (") + e.GetMessageString() + ")");
-    }
-    const int n = b->NbPoles();
-    const bool rational = b->IsRational();
-    std::vector<double> vertices;
-    for (int i = 1; i <= n; ++i) {
-      const gp_Pnt p = b->Pole(i);
-      const double w = rational ? b->Weight(i) : 1.0;
-      vertices.insert(vertices.end(), {p.X() * w, p.Y() * w, p.Z() * w});
-      if (rational) vertices.push_back(w);
     }
     TColStd_Array1OfReal knots(1, b->NbKnots());
     TColStd_Array1OfInteger mults(1, b->NbKnots());
     b->Knots(knots);
     b->Multiplicities(mults);
+    FileKnots k = fileKnots(knots, mults, b->Degree(), b->IsPeriodic());
+    const int n = b->NbPoles() + k.extraPoles;
+    const bool rational = b->IsRational();
+    std::vector<double> vertices;
+    for (int i = 0; i < n; ++i) {
+      const int at = i % b->NbPoles() + 1;
+      const gp_Pnt p = b->Pole(at);
+      const double w = rational ? b->Weight(at) : 1.0;
+      vertices.insert(vertices.end(), {p.X() * w, p.Y() * w, p.Z() * w});
+      if (rational) vertices.push_back(w);
+    }
     int64_t verts = m_sink.add("BSPLINE_VERTICES", {}, vertices);
-    int64_t multNode = m_sink.add("KNOT_MULT", {}, ints(mults));
-    int64_t knotNode = m_sink.add("KNOT_SET", {}, reals(knots));
+    int64_t multNode = m_sink.add("KNOT_MULT", {}, k.mults);
+    int64_t knotNode = m_sink.add("KNOT_SET", {}, k.values);
     int64_t nurbs = m_sink.add("NURBS_CURVE", {{"degree", int64_t{b->Degree()}}, {"n_vertices", int64_t{n}},
-                                               {"vertex_dim", int64_t{rational ? 4 : 3}}, {"n_knots", int64_t{b->NbKnots()}},
+                                               {"vertex_dim", int64_t{rational ? 4 : 3}},
+                                               {"n_knots", static_cast<int64_t>(k.values.size())},
                                                {"knot_type", int64_t{1}}, {"rational", int64_t{rational}},
+                                               {"periodic", int64_t{b->IsPeriodic()}}, {"closed", int64_t{b->IsPeriodic()}},
                                                {"curve_form", int64_t{1}}, {"bspline_vertices", verts},
                                                {"knot_mult", multNode}, {"knots", knotNode}});
     node = m_sink.add("B_CURVE", {{"nurbs", nurbs}});
@@ -186,34 +224,38 @@ GeometryWriter::Surface GeometryWriter::surface(const Handle(Geom_Surface)& inpu
     try {
       if (b.IsNull()) b = GeomConvert::SurfaceToBSplineSurface(s);
       else b = Handle(Geom_BSplineSurface)::DownCast(b->Copy());
-      if (b->IsUPeriodic()) b->SetUNotPeriodic();
-      if (b->IsVPeriodic()) b->SetVNotPeriodic();
     } catch (const Standard_Failure& e) {
       unsupported(std::string("a surface (") + e.GetMessageString() + ")");
     }
-    const int nu = b->NbUPoles(), nv = b->NbVPoles();
-    const bool rational = b->IsURational() || b->IsVRational();
-    std::vector<double> vertices;
-    for (int i = 1; i <= nu; ++i)  // v varies fastest
-      for (int j = 1; j <= nv; ++j) {
-        const gp_Pnt p = b->Pole(i, j);
-        const double w = rational ? b->Weight(i, j) : 1.0;
-        vertices.insert(vertices.end(), {p.X() * w, p.Y() * w, p.Z() * w});
-        if (rational) vertices.push_back(w);
-      }
     TColStd_Array1OfReal uk(1, b->NbUKnots()), vk(1, b->NbVKnots());
     TColStd_Array1OfInteger um(1, b->NbUKnots()), vm(1, b->NbVKnots());
     b->UKnots(uk);
     b->VKnots(vk);
     b->UMultiplicities(um);
     b->VMultiplicities(vm);
+    FileKnots ku = fileKnots(uk, um, b->UDegree(), b->IsUPeriodic());
+    FileKnots kv = fileKnots(vk, vm, b->VDegree(), b->IsVPeriodic());
+    const int nu = b->NbUPoles() + ku.extraPoles, nv = b->NbVPoles() + kv.extraPoles;
+    const bool rational = b->IsURational() || b->IsVRational();
+    std::vector<double> vertices;
+    for (int i = 0; i < nu; ++i)  // v varies fastest
+      for (int j = 0; j < nv; ++j) {
+        const int pi = i % b->NbUPoles() + 1, pj = j % b->NbVPoles() + 1;
+        const gp_Pnt p = b->Pole(pi, pj);
+        const double w = rational ? b->Weight(pi, pj) : 1.0;
+        vertices.insert(vertices.end(), {p.X() * w, p.Y() * w, p.Z() * w});
+        if (rational) vertices.push_back(w);
+      }
     int64_t verts = m_sink.add("BSPLINE_VERTICES", {}, vertices);
-    int64_t umult = m_sink.add("KNOT_MULT", {}, ints(um)), vmult = m_sink.add("KNOT_MULT", {}, ints(vm));
-    int64_t uknots = m_sink.add("KNOT_SET", {}, reals(uk)), vknots = m_sink.add("KNOT_SET", {}, reals(vk));
+    int64_t umult = m_sink.add("KNOT_MULT", {}, ku.mults), vmult = m_sink.add("KNOT_MULT", {}, kv.mults);
+    int64_t uknots = m_sink.add("KNOT_SET", {}, ku.values), vknots = m_sink.add("KNOT_SET", {}, kv.values);
     int64_t nurbs = m_sink.add("NURBS_SURF", {{"u_degree", int64_t{b->UDegree()}}, {"v_degree", int64_t{b->VDegree()}},
                                               {"n_u_vertices", int64_t{nu}}, {"n_v_vertices", int64_t{nv}},
                                               {"u_knot_type", int64_t{1}}, {"v_knot_type", int64_t{1}},
-                                              {"n_u_knots", int64_t{b->NbUKnots()}}, {"n_v_knots", int64_t{b->NbVKnots()}},
+                                              {"n_u_knots", static_cast<int64_t>(ku.values.size())},
+                                              {"n_v_knots", static_cast<int64_t>(kv.values.size())},
+                                              {"u_periodic", int64_t{b->IsUPeriodic()}}, {"v_periodic", int64_t{b->IsVPeriodic()}},
+                                              {"u_closed", int64_t{b->IsUPeriodic()}}, {"v_closed", int64_t{b->IsVPeriodic()}},
                                               {"rational", int64_t{rational}}, {"surface_form", int64_t{1}},
                                               {"vertex_dim", int64_t{rational ? 4 : 3}}, {"bspline_vertices", verts},
                                               {"u_knot_mult", umult}, {"v_knot_mult", vmult},
