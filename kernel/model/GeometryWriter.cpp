@@ -2,7 +2,12 @@
 
 #include "ModelError.h"
 
+#include <Geom2dConvert.hxx>
+#include <Geom2d_BSplineCurve.hxx>
+#include <Geom2d_Line.hxx>
+#include <Geom2d_TrimmedCurve.hxx>
 #include <GeomConvert.hxx>
+#include <TColgp_Array1OfPnt2d.hxx>
 #include <Geom_BSplineCurve.hxx>
 #include <Geom_BSplineSurface.hxx>
 #include <Geom_Circle.hxx>
@@ -173,6 +178,79 @@ int64_t GeometryWriter::curve(const Handle(Geom_Curve)& input, double first, dou
   return node;
 }
 
+int64_t GeometryWriter::trimmed(int64_t basis, double first, double last, const gp_Pnt& p1, const gp_Pnt& p2,
+                                int64_t owner) {
+  int64_t node = m_sink.add("TRIMMED_CURVE", {{"owner", owner}, {"sense", sense(true)}, {"basis_curve", basis},
+                                              {"point_1", xyz(p1)}, {"point_2", xyz(p2)}, {"parm_1", first},
+                                              {"parm_2", last}});
+  m_sink.set(node, "node_id", node);
+  chain(m_curves, node);
+  return node;
+}
+
+int64_t GeometryWriter::spCurve(int64_t surface, int64_t curve2d) {
+  int64_t node = m_sink.add("SP_CURVE", {{"sense", sense(true)}, {"surface", surface}, {"b_curve", curve2d}});
+  m_sink.set(node, "node_id", node);
+  chain(m_curves, node);
+  return node;
+}
+
+int64_t GeometryWriter::curve2d(const Handle(Geom2d_Curve)& input, double first, double last, const Surface& on) {
+  Handle(Geom2d_Curve) c = input;
+  while (auto trimmed = Handle(Geom2d_TrimmedCurve)::DownCast(c)) c = trimmed->BasisCurve();
+  Handle(Geom2d_BSplineCurve) b;
+  try {
+    if (auto line = Handle(Geom2d_Line)::DownCast(c)) {
+      TColgp_Array1OfPnt2d poles(1, 2);
+      poles(1) = line->Value(first);
+      poles(2) = line->Value(last);
+      TColStd_Array1OfReal knots(1, 2);
+      knots(1) = first;
+      knots(2) = last;
+      TColStd_Array1OfInteger mults(1, 2);
+      mults.Init(2);
+      b = new Geom2d_BSplineCurve(poles, knots, mults, 1);
+    } else if (auto spline = Handle(Geom2d_BSplineCurve)::DownCast(c)) {
+      b = spline;
+    } else {
+      b = Geom2dConvert::CurveToBSplineCurve(new Geom2d_TrimmedCurve(c, first, last));
+    }
+    // Only a curve with the same parameters is the same pcurve.
+    for (int i = 0; i <= 4; ++i) {
+      double t = first + (last - first) * i / 4.0;
+      if (b->Value(t).Distance(input->Value(t)) > 1e-9) return 0;
+    }
+  } catch (const Standard_Failure&) {
+    return 0;
+  }
+  TColStd_Array1OfReal knots(1, b->NbKnots());
+  TColStd_Array1OfInteger mults(1, b->NbKnots());
+  b->Knots(knots);
+  b->Multiplicities(mults);
+  FileKnots k = fileKnots(knots, mults, b->Degree(), b->IsPeriodic());
+  const int n = b->NbPoles() + k.extraPoles;
+  const bool rational = b->IsRational();
+  std::vector<double> vertices;
+  for (int i = 0; i < n; ++i) {
+    const int at = i % b->NbPoles() + 1;
+    gp_Pnt2d p = b->Pole(at);
+    double u = on.swapUV ? p.Y() : p.X(), v = on.swapUV ? p.X() : p.Y() * on.vScale;
+    const double w = rational ? b->Weight(at) : 1.0;
+    vertices.insert(vertices.end(), {u * w, v * w});
+    if (rational) vertices.push_back(w);
+  }
+  int64_t verts = m_sink.add("BSPLINE_VERTICES", {}, vertices);
+  int64_t multNode = m_sink.add("KNOT_MULT", {}, k.mults);
+  int64_t knotNode = m_sink.add("KNOT_SET", {}, k.values);
+  int64_t nurbs = m_sink.add("NURBS_CURVE", {{"degree", int64_t{b->Degree()}}, {"n_vertices", int64_t{n}},
+                                             {"vertex_dim", int64_t{rational ? 3 : 2}},
+                                             {"n_knots", static_cast<int64_t>(k.values.size())}, {"knot_type", int64_t{1}},
+                                             {"periodic", int64_t{b->IsPeriodic()}}, {"closed", int64_t{b->IsPeriodic()}},
+                                             {"rational", int64_t{rational}}, {"curve_form", int64_t{1}},
+                                             {"bspline_vertices", verts}, {"knot_mult", multNode}, {"knots", knotNode}});
+  return m_sink.add("B_CURVE", {{"nurbs", nurbs}, {"sense", sense(true)}});
+}
+
 GeometryWriter::Surface GeometryWriter::surface(const Handle(Geom_Surface)& input, int64_t owner) {
   Handle(Geom_Surface) s = input;
   while (auto trimmed = Handle(Geom_RectangularTrimmedSurface)::DownCast(s)) s = trimmed->BasisSurface();
@@ -183,26 +261,32 @@ GeometryWriter::Surface GeometryWriter::surface(const Handle(Geom_Surface)& inpu
   } else if (auto cyl = Handle(Geom_CylindricalSurface)::DownCast(s)) {
     Frame f = frameOf(cyl->Position());
     out.reversesNormal = f.flipped;  // v runs against the axis
+    out.vScale = f.flipped ? -1 : 1;
     out.node = m_sink.add("CYLINDER", {{"pvec", f.origin}, {"axis", f.axis}, {"radius", cyl->Radius()}, {"x_axis", f.xAxis}});
   } else if (auto cone = Handle(Geom_ConicalSurface)::DownCast(s)) {
     Frame f = frameOf(cone->Position());
     out.reversesNormal = f.flipped;
     double angle = f.flipped ? -cone->SemiAngle() : cone->SemiAngle();
+    out.vScale = (f.flipped ? -1 : 1) * std::cos(angle);
     out.node = m_sink.add("CONE", {{"pvec", f.origin}, {"axis", f.axis}, {"radius", cone->RefRadius()},
                                    {"sin_half_angle", std::sin(angle)}, {"cos_half_angle", std::cos(angle)},
                                    {"x_axis", f.xAxis}});
   } else if (auto sphere = Handle(Geom_SphericalSurface)::DownCast(s)) {
     Frame f = frameOf(sphere->Position());
     out.reversesNormal = f.flipped;
+    out.vScale = f.flipped ? -1 : 1;
     out.node = m_sink.add("SPHERE", {{"centre", f.origin}, {"radius", sphere->Radius()}, {"axis", f.axis}, {"x_axis", f.xAxis}});
   } else if (auto torus = Handle(Geom_ToroidalSurface)::DownCast(s)) {
     Frame f = frameOf(torus->Position());
     out.reversesNormal = f.flipped;
+    out.vScale = f.flipped ? -1 : 1;
     out.node = m_sink.add("TORUS", {{"centre", f.origin}, {"axis", f.axis}, {"major_radius", torus->MajorRadius()},
                                     {"minor_radius", torus->MinorRadius()}, {"x_axis", f.xAxis}});
   } else if (auto offset = Handle(Geom_OffsetSurface)::DownCast(s)) {
     Surface base = surface(offset->BasisSurface(), 0);
     out.reversesNormal = base.reversesNormal;
+    out.swapUV = base.swapUV;
+    out.vScale = base.vScale;
     double d = base.reversesNormal ? -offset->Offset() : offset->Offset();
     out.node = m_sink.add("OFFSET_SURF", {{"check", int64_t{'U'}}, {"surface", base.node}, {"offset", d}});
   } else if (auto swept = Handle(Geom_SurfaceOfLinearExtrusion)::DownCast(s)) {
@@ -217,6 +301,7 @@ GeometryWriter::Surface GeometryWriter::surface(const Handle(Geom_Surface)& inpu
     // The format's u runs along the profile and v round the axis: the other way
     // round from OCCT, so the natural normal turns round.
     out.reversesNormal = true;
+    out.swapUV = true;
     out.node = m_sink.add("SPUN_SURF", {{"profile", c}, {"base", xyz(spun->Axis().Location())},
                                         {"axis", xyz(spun->Axis().Direction())}});
   } else {
