@@ -12,6 +12,7 @@
 #include <ShapeAnalysis_Curve.hxx>
 #include <ShapeBuild_ReShape.hxx>
 #include <ShapeFix_Shape.hxx>
+#include <ShapeFix_Wire.hxx>
 #include <Standard_Failure.hxx>
 #include <TopoDS.hxx>
 #include <TopoDS_Compound.hxx>
@@ -441,6 +442,9 @@ BuiltBody BodyBuilder::build(long body) {
   fix->SetPrecision(kMinTolerance);
   fix->SetMinTolerance(kMinTolerance);
   fix->SetMaxTolerance(1e-2);
+  // Pcurves the file gave keep their period: shifting them onto the base period
+  // approximates them again.
+  fix->FixWireTool()->FixShiftedMode() = 0;
   fix->Perform();
   out.shape = fix->Shape();
   Handle(ShapeBuild_ReShape) context = fix->Context();
