@@ -17,7 +17,15 @@
 #include <TopoDS_Solid.hxx>
 #include <TopoDS_Wire.hxx>
 
+#include <Geom_Conic.hxx>
+#include <Geom_ElementarySurface.hxx>
+#include <Geom_Line.hxx>
+#include <Geom_TrimmedCurve.hxx>
+#include <Geom_RectangularTrimmedSurface.hxx>
+
 #include <algorithm>
+#include <unordered_set>
+#include <cmath>
 
 namespace meld::model {
 namespace {
@@ -34,6 +42,7 @@ class BodyWriterImpl {
 
   WrittenBody run() {
     prepareCurves();
+    markFreeformEdges();
     m_out.body = m_sink.add("BODY", {{"res_size", 1000.0}, {"res_linear", 1e-8}, {"state", int64_t{1}},
                                      {"nom_geom_state", int64_t{1}}});
     m_infinite = region('V');
@@ -56,6 +65,8 @@ class BodyWriterImpl {
     int64_t start = 0, end = 0;  // vertex nodes
     std::vector<Fin> fins;
     bool wireframe = false;
+    bool tolerant = false;  // fins carry SP-curves with the edge's parameters
+    double first = 0, last = 0;
   };
   struct ShellFaces {
     int64_t shell = 0;
@@ -71,6 +82,40 @@ class BodyWriterImpl {
         BRepLib::BuildCurves3d(m_shape);
         return;
       }
+    }
+  }
+
+  // Edges that keep their pcurves: those on a free-form face (B-spline, offset,
+  // swept, spun), on a free-form curve, or above OCCT's confusion, and then every
+  // edge of a face that has one of them, so that a face's pcurves stay in one
+  // period. A pcurve projected again from the curve would give a slightly
+  // different face.
+  static bool freeformCurve(const TopoDS_Edge& e) {
+    double f = 0, l = 0;
+    Handle(Geom_Curve) c = BRep_Tool::Curve(e, f, l);
+    while (auto t = Handle(Geom_TrimmedCurve)::DownCast(c)) c = t->BasisCurve();
+    return !c.IsNull() && !c->IsKind(STANDARD_TYPE(Geom_Conic)) && !c->IsKind(STANDARD_TYPE(Geom_Line));
+  }
+
+  void markFreeformEdges() {
+    std::vector<TopoDS_Shape> faces;
+    for (TopExp_Explorer f(m_shape, TopAbs_FACE); f.More(); f.Next()) {
+      faces.push_back(f.Current());
+      Handle(Geom_Surface) s = BRep_Tool::Surface(TopoDS::Face(f.Current()));
+      while (auto t = Handle(Geom_RectangularTrimmedSurface)::DownCast(s)) s = t->BasisSurface();
+      const bool freeformFace = !s.IsNull() && !s->IsKind(STANDARD_TYPE(Geom_ElementarySurface));
+      for (TopExp_Explorer e(f.Current(), TopAbs_EDGE); e.More(); e.Next()) {
+        const TopoDS_Edge& edge = TopoDS::Edge(e.Current());
+        if (freeformFace || BRep_Tool::Tolerance(edge) > kAccurate || freeformCurve(edge))
+          m_keepPcurves.insert(key(edge));
+      }
+    }
+    for (const TopoDS_Shape& f : faces) {
+      bool any = false;
+      for (TopExp_Explorer e(f, TopAbs_EDGE); e.More() && !any; e.Next()) any = m_keepPcurves.count(key(e.Current())) != 0;
+      if (any)
+        for (TopExp_Explorer e(f, TopAbs_EDGE); e.More(); e.Next())
+          if (!BRep_Tool::Degenerated(TopoDS::Edge(e.Current()))) m_keepPcurves.insert(key(e.Current()));
     }
   }
 
@@ -222,12 +267,28 @@ class BodyWriterImpl {
     double first = 0, last = 0;
     Handle(Geom_Curve) c = BRep_Tool::Curve(e, first, last);
     if (c.IsNull()) throw ModelError(PK_ERROR_unsupported_part, "an edge has no 3D curve");
-    m_sink.set(info.node, "curve", m_geometry.curve(c, first, last, info.node));
     double tol = BRep_Tool::Tolerance(e);
-    if (tol > kAccurate) m_sink.set(info.node, "tolerance", tol);
+    info.first = first;
+    info.last = last;
     TopoDS_Vertex vf, vl;
     TopExp::Vertices(e, vf, vl);
     if (vf.IsNull() || vl.IsNull()) throw ModelError(PK_ERROR_unsupported_part, "an edge without vertices");
+    const bool tolerantVertex = BRep_Tool::Tolerance(vf) > kAccurate || BRep_Tool::Tolerance(vl) > kAccurate;
+    if (m_keepPcurves.count(key(e))) {
+      // A tolerant edge: its curve trimmed to the edge, and on every fin the
+      // pcurve of its face with the same parameters, so that reading it back
+      // gives the same edge.
+      m_sink.set(info.node, "tolerance", tol);
+      info.tolerant = true;
+    }
+    if (info.tolerant || tolerantVertex) {
+      // The curve trimmed to the edge: its ends are not where the (tolerant)
+      // vertices are, so the parameters must be said.
+      int64_t basisNode = m_geometry.curve(c, first, last, 0);
+      m_sink.set(info.node, "curve", m_geometry.trimmed(basisNode, first, last, c->Value(first), c->Value(last), info.node));
+    } else {
+      m_sink.set(info.node, "curve", m_geometry.curve(c, first, last, info.node));
+    }
     info.start = vertexNode(vf);
     info.end = vertexNode(vl);
     m_edgeOrder.push_back(key(e));
@@ -253,6 +314,7 @@ class BodyWriterImpl {
     Handle(Geom_Surface) surface = BRep_Tool::Surface(f);
     if (surface.IsNull()) throw ModelError(PK_ERROR_unsupported_part, "a face has no surface");
     GeometryWriter::Surface s = m_geometry.surface(surface, node);
+    m_faceSurface = s;
     m_sink.set(node, "surface", s.node);
     const bool forward = f.Orientation() != TopAbs_REVERSED;
     m_sink.set(node, "sense", sense(forward != s.reversesNormal));
@@ -288,6 +350,7 @@ class BodyWriterImpl {
                                             {"vertex", positive ? info.end : info.start}});
       info.fins.push_back({fin, positive});
       fins.push_back(fin);
+      if (info.tolerant) finCurve(fin, e, f, info);
     }
     if (loop == 0) return 0;
     m_sink.set(loop, "halfedge", fins.front());
@@ -296,6 +359,23 @@ class BodyWriterImpl {
       m_sink.set(fins[i], "backward", fins[(i + fins.size() - 1) % fins.size()]);
     }
     return loop;
+  }
+
+  void finCurve(int64_t fin, const TopoDS_Edge& e, const TopoDS_Face& f, const EdgeInfo& info) {
+    double pf = 0, pl = 0;
+    Handle(Geom2d_Curve) pcurve = BRep_Tool::CurveOnSurface(e, f, pf, pl);
+    if (pcurve.IsNull() || std::abs(pf - info.first) > 1e-12 || std::abs(pl - info.last) > 1e-12) return;
+    int64_t planar = m_geometry.curve2d(pcurve, pf, pl, m_faceSurface);
+    if (planar == 0) return;
+    int64_t sp = m_geometry.spCurve(m_faceSurface.node, planar);
+    gp_Pnt p1 = BRep_Tool::Pnt(TopExp::FirstVertex(e, true)), p2 = BRep_Tool::Pnt(TopExp::LastVertex(e, true));
+    TopLoc_Location loc;
+    double cf = 0, cl = 0;
+    if (Handle(Geom_Curve) c = BRep_Tool::Curve(e, cf, cl); !c.IsNull()) {
+      p1 = c->Value(pf);
+      p2 = c->Value(pl);
+    }
+    m_sink.set(fin, "curve", m_geometry.trimmed(sp, pf, pl, p1, p2, fin));
   }
 
   int64_t isolatedLoop(const TopoDS_Vertex& v, int64_t faceNode) {
@@ -377,6 +457,7 @@ class BodyWriterImpl {
   GeometryWriter m_geometry;
   TopoDS_Shape m_shape;
   WrittenBody m_out;
+  GeometryWriter::Surface m_faceSurface;
   int64_t m_infinite = 0, m_firstShell = 0;
   int m_solids = 0, m_sheets = 0, m_wires = 0, m_acorns = 0;
   std::vector<int64_t> m_regions;
@@ -384,6 +465,7 @@ class BodyWriterImpl {
   std::unordered_map<const void*, int64_t> m_faces, m_vertices;
   std::unordered_map<const void*, EdgeInfo> m_edges;
   std::vector<const void*> m_edgeOrder;
+  std::unordered_set<const void*> m_keepPcurves;
   std::vector<int64_t> m_vertexOrder;
   std::unordered_map<int64_t, std::vector<int64_t>> m_finsAt;
 };

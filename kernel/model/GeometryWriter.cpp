@@ -2,7 +2,12 @@
 
 #include "ModelError.h"
 
+#include <Geom2dConvert.hxx>
+#include <Geom2d_BSplineCurve.hxx>
+#include <Geom2d_Line.hxx>
+#include <Geom2d_TrimmedCurve.hxx>
 #include <GeomConvert.hxx>
+#include <TColgp_Array1OfPnt2d.hxx>
 #include <Geom_BSplineCurve.hxx>
 #include <Geom_BSplineSurface.hxx>
 #include <Geom_Circle.hxx>
@@ -58,6 +63,43 @@ Frame frameOf(const gp_Ax3& ax) {
   return f;
 }
 
+// Knots as the file holds them: distinct values and multiplicities. A periodic
+// OCCT B-spline (N poles, first and last multiplicity equal) becomes the
+// format's unclamped periodic form: N + degree control points (the first
+// `degree` repeated at the end) over the flat knots of one period with `degree`
+// knots of the period before and degree + 1 of the period after it.
+struct FileKnots {
+  std::vector<double> values;
+  std::vector<int64_t> mults;
+  int extraPoles = 0;  // leading control points repeated at the end
+};
+
+FileKnots fileKnots(const TColStd_Array1OfReal& knots, const TColStd_Array1OfInteger& mults, int degree, bool periodic) {
+  FileKnots out;
+  if (!periodic) {
+    out.values = reals(knots);
+    out.mults = ints(mults);
+    return out;
+  }
+  std::vector<double> period;  // one period of flat knots, the last knot left out
+  for (int i = knots.Lower(); i < knots.Upper(); ++i) period.insert(period.end(), static_cast<size_t>(mults(i)), knots(i));
+  const double length = knots(knots.Upper()) - knots(knots.Lower());
+  const size_t n = period.size(), d = static_cast<size_t>(degree);
+  std::vector<double> flat;
+  for (size_t i = n - d; i < n; ++i) flat.push_back(period[i % n] - length);
+  flat.insert(flat.end(), period.begin(), period.end());
+  for (size_t i = 0; i <= d; ++i) flat.push_back(period[i % n] + length);
+  for (double v : flat) {
+    if (!out.values.empty() && out.values.back() == v) ++out.mults.back();
+    else {
+      out.values.push_back(v);
+      out.mults.push_back(1);
+    }
+  }
+  out.extraPoles = degree;
+  return out;
+}
+
 [[noreturn]] void unsupported(const std::string& what) {
   throw ModelError(PK_ERROR_unsupported_geometry, "cannot write " + what + " to a part file");
 }
@@ -99,31 +141,32 @@ int64_t GeometryWriter::curve(const Handle(Geom_Curve)& input, double first, dou
     try {
       if (b.IsNull()) b = GeomConvert::CurveToBSplineCurve(new Geom_TrimmedCurve(c, first, last));
       else b = Handle(Geom_BSplineCurve)::DownCast(b->Copy());
-      // The periodic form needs the format's unclamped periodic knots; the
-      // plain form of the same curve is exact and every reader takes it.
-      if (b->IsPeriodic()) b->SetNotPeriodic();
     } catch (const Standard_Failure& e) {
       unsupported(std::string("a curve (") + e.GetMessageString() + ")");
-    }
-    const int n = b->NbPoles();
-    const bool rational = b->IsRational();
-    std::vector<double> vertices;
-    for (int i = 1; i <= n; ++i) {
-      const gp_Pnt p = b->Pole(i);
-      const double w = rational ? b->Weight(i) : 1.0;
-      vertices.insert(vertices.end(), {p.X() * w, p.Y() * w, p.Z() * w});
-      if (rational) vertices.push_back(w);
     }
     TColStd_Array1OfReal knots(1, b->NbKnots());
     TColStd_Array1OfInteger mults(1, b->NbKnots());
     b->Knots(knots);
     b->Multiplicities(mults);
+    FileKnots k = fileKnots(knots, mults, b->Degree(), b->IsPeriodic());
+    const int n = b->NbPoles() + k.extraPoles;
+    const bool rational = b->IsRational();
+    std::vector<double> vertices;
+    for (int i = 0; i < n; ++i) {
+      const int at = i % b->NbPoles() + 1;
+      const gp_Pnt p = b->Pole(at);
+      const double w = rational ? b->Weight(at) : 1.0;
+      vertices.insert(vertices.end(), {p.X() * w, p.Y() * w, p.Z() * w});
+      if (rational) vertices.push_back(w);
+    }
     int64_t verts = m_sink.add("BSPLINE_VERTICES", {}, vertices);
-    int64_t multNode = m_sink.add("KNOT_MULT", {}, ints(mults));
-    int64_t knotNode = m_sink.add("KNOT_SET", {}, reals(knots));
+    int64_t multNode = m_sink.add("KNOT_MULT", {}, k.mults);
+    int64_t knotNode = m_sink.add("KNOT_SET", {}, k.values);
     int64_t nurbs = m_sink.add("NURBS_CURVE", {{"degree", int64_t{b->Degree()}}, {"n_vertices", int64_t{n}},
-                                               {"vertex_dim", int64_t{rational ? 4 : 3}}, {"n_knots", int64_t{b->NbKnots()}},
+                                               {"vertex_dim", int64_t{rational ? 4 : 3}},
+                                               {"n_knots", static_cast<int64_t>(k.values.size())},
                                                {"knot_type", int64_t{1}}, {"rational", int64_t{rational}},
+                                               {"periodic", int64_t{b->IsPeriodic()}}, {"closed", int64_t{b->IsPeriodic()}},
                                                {"curve_form", int64_t{1}}, {"bspline_vertices", verts},
                                                {"knot_mult", multNode}, {"knots", knotNode}});
     node = m_sink.add("B_CURVE", {{"nurbs", nurbs}});
@@ -133,6 +176,79 @@ int64_t GeometryWriter::curve(const Handle(Geom_Curve)& input, double first, dou
   m_sink.set(node, "sense", sense(true));
   chain(m_curves, node);
   return node;
+}
+
+int64_t GeometryWriter::trimmed(int64_t basis, double first, double last, const gp_Pnt& p1, const gp_Pnt& p2,
+                                int64_t owner) {
+  int64_t node = m_sink.add("TRIMMED_CURVE", {{"owner", owner}, {"sense", sense(true)}, {"basis_curve", basis},
+                                              {"point_1", xyz(p1)}, {"point_2", xyz(p2)}, {"parm_1", first},
+                                              {"parm_2", last}});
+  m_sink.set(node, "node_id", node);
+  chain(m_curves, node);
+  return node;
+}
+
+int64_t GeometryWriter::spCurve(int64_t surface, int64_t curve2d) {
+  int64_t node = m_sink.add("SP_CURVE", {{"sense", sense(true)}, {"surface", surface}, {"b_curve", curve2d}});
+  m_sink.set(node, "node_id", node);
+  chain(m_curves, node);
+  return node;
+}
+
+int64_t GeometryWriter::curve2d(const Handle(Geom2d_Curve)& input, double first, double last, const Surface& on) {
+  Handle(Geom2d_Curve) c = input;
+  while (auto trimmed = Handle(Geom2d_TrimmedCurve)::DownCast(c)) c = trimmed->BasisCurve();
+  Handle(Geom2d_BSplineCurve) b;
+  try {
+    if (auto line = Handle(Geom2d_Line)::DownCast(c)) {
+      TColgp_Array1OfPnt2d poles(1, 2);
+      poles(1) = line->Value(first);
+      poles(2) = line->Value(last);
+      TColStd_Array1OfReal knots(1, 2);
+      knots(1) = first;
+      knots(2) = last;
+      TColStd_Array1OfInteger mults(1, 2);
+      mults.Init(2);
+      b = new Geom2d_BSplineCurve(poles, knots, mults, 1);
+    } else if (auto spline = Handle(Geom2d_BSplineCurve)::DownCast(c)) {
+      b = spline;
+    } else {
+      b = Geom2dConvert::CurveToBSplineCurve(new Geom2d_TrimmedCurve(c, first, last));
+    }
+    // Only a curve with the same parameters is the same pcurve.
+    for (int i = 0; i <= 4; ++i) {
+      double t = first + (last - first) * i / 4.0;
+      if (b->Value(t).Distance(input->Value(t)) > 1e-9) return 0;
+    }
+  } catch (const Standard_Failure&) {
+    return 0;
+  }
+  TColStd_Array1OfReal knots(1, b->NbKnots());
+  TColStd_Array1OfInteger mults(1, b->NbKnots());
+  b->Knots(knots);
+  b->Multiplicities(mults);
+  FileKnots k = fileKnots(knots, mults, b->Degree(), b->IsPeriodic());
+  const int n = b->NbPoles() + k.extraPoles;
+  const bool rational = b->IsRational();
+  std::vector<double> vertices;
+  for (int i = 0; i < n; ++i) {
+    const int at = i % b->NbPoles() + 1;
+    gp_Pnt2d p = b->Pole(at);
+    double u = on.swapUV ? p.Y() : p.X(), v = on.swapUV ? p.X() : p.Y() * on.vScale;
+    const double w = rational ? b->Weight(at) : 1.0;
+    vertices.insert(vertices.end(), {u * w, v * w});
+    if (rational) vertices.push_back(w);
+  }
+  int64_t verts = m_sink.add("BSPLINE_VERTICES", {}, vertices);
+  int64_t multNode = m_sink.add("KNOT_MULT", {}, k.mults);
+  int64_t knotNode = m_sink.add("KNOT_SET", {}, k.values);
+  int64_t nurbs = m_sink.add("NURBS_CURVE", {{"degree", int64_t{b->Degree()}}, {"n_vertices", int64_t{n}},
+                                             {"vertex_dim", int64_t{rational ? 3 : 2}},
+                                             {"n_knots", static_cast<int64_t>(k.values.size())}, {"knot_type", int64_t{1}},
+                                             {"periodic", int64_t{b->IsPeriodic()}}, {"closed", int64_t{b->IsPeriodic()}},
+                                             {"rational", int64_t{rational}}, {"curve_form", int64_t{1}},
+                                             {"bspline_vertices", verts}, {"knot_mult", multNode}, {"knots", knotNode}});
+  return m_sink.add("B_CURVE", {{"nurbs", nurbs}, {"sense", sense(true)}});
 }
 
 GeometryWriter::Surface GeometryWriter::surface(const Handle(Geom_Surface)& input, int64_t owner) {
@@ -145,26 +261,32 @@ GeometryWriter::Surface GeometryWriter::surface(const Handle(Geom_Surface)& inpu
   } else if (auto cyl = Handle(Geom_CylindricalSurface)::DownCast(s)) {
     Frame f = frameOf(cyl->Position());
     out.reversesNormal = f.flipped;  // v runs against the axis
+    out.vScale = f.flipped ? -1 : 1;
     out.node = m_sink.add("CYLINDER", {{"pvec", f.origin}, {"axis", f.axis}, {"radius", cyl->Radius()}, {"x_axis", f.xAxis}});
   } else if (auto cone = Handle(Geom_ConicalSurface)::DownCast(s)) {
     Frame f = frameOf(cone->Position());
     out.reversesNormal = f.flipped;
     double angle = f.flipped ? -cone->SemiAngle() : cone->SemiAngle();
+    out.vScale = (f.flipped ? -1 : 1) * std::cos(angle);
     out.node = m_sink.add("CONE", {{"pvec", f.origin}, {"axis", f.axis}, {"radius", cone->RefRadius()},
                                    {"sin_half_angle", std::sin(angle)}, {"cos_half_angle", std::cos(angle)},
                                    {"x_axis", f.xAxis}});
   } else if (auto sphere = Handle(Geom_SphericalSurface)::DownCast(s)) {
     Frame f = frameOf(sphere->Position());
     out.reversesNormal = f.flipped;
+    out.vScale = f.flipped ? -1 : 1;
     out.node = m_sink.add("SPHERE", {{"centre", f.origin}, {"radius", sphere->Radius()}, {"axis", f.axis}, {"x_axis", f.xAxis}});
   } else if (auto torus = Handle(Geom_ToroidalSurface)::DownCast(s)) {
     Frame f = frameOf(torus->Position());
     out.reversesNormal = f.flipped;
+    out.vScale = f.flipped ? -1 : 1;
     out.node = m_sink.add("TORUS", {{"centre", f.origin}, {"axis", f.axis}, {"major_radius", torus->MajorRadius()},
                                     {"minor_radius", torus->MinorRadius()}, {"x_axis", f.xAxis}});
   } else if (auto offset = Handle(Geom_OffsetSurface)::DownCast(s)) {
     Surface base = surface(offset->BasisSurface(), 0);
     out.reversesNormal = base.reversesNormal;
+    out.swapUV = base.swapUV;
+    out.vScale = base.vScale;
     double d = base.reversesNormal ? -offset->Offset() : offset->Offset();
     out.node = m_sink.add("OFFSET_SURF", {{"check", int64_t{'U'}}, {"surface", base.node}, {"offset", d}});
   } else if (auto swept = Handle(Geom_SurfaceOfLinearExtrusion)::DownCast(s)) {
@@ -179,6 +301,7 @@ GeometryWriter::Surface GeometryWriter::surface(const Handle(Geom_Surface)& inpu
     // The format's u runs along the profile and v round the axis: the other way
     // round from OCCT, so the natural normal turns round.
     out.reversesNormal = true;
+    out.swapUV = true;
     out.node = m_sink.add("SPUN_SURF", {{"profile", c}, {"base", xyz(spun->Axis().Location())},
                                         {"axis", xyz(spun->Axis().Direction())}});
   } else {
@@ -186,34 +309,38 @@ GeometryWriter::Surface GeometryWriter::surface(const Handle(Geom_Surface)& inpu
     try {
       if (b.IsNull()) b = GeomConvert::SurfaceToBSplineSurface(s);
       else b = Handle(Geom_BSplineSurface)::DownCast(b->Copy());
-      if (b->IsUPeriodic()) b->SetUNotPeriodic();
-      if (b->IsVPeriodic()) b->SetVNotPeriodic();
     } catch (const Standard_Failure& e) {
       unsupported(std::string("a surface (") + e.GetMessageString() + ")");
     }
-    const int nu = b->NbUPoles(), nv = b->NbVPoles();
-    const bool rational = b->IsURational() || b->IsVRational();
-    std::vector<double> vertices;
-    for (int i = 1; i <= nu; ++i)  // v varies fastest
-      for (int j = 1; j <= nv; ++j) {
-        const gp_Pnt p = b->Pole(i, j);
-        const double w = rational ? b->Weight(i, j) : 1.0;
-        vertices.insert(vertices.end(), {p.X() * w, p.Y() * w, p.Z() * w});
-        if (rational) vertices.push_back(w);
-      }
     TColStd_Array1OfReal uk(1, b->NbUKnots()), vk(1, b->NbVKnots());
     TColStd_Array1OfInteger um(1, b->NbUKnots()), vm(1, b->NbVKnots());
     b->UKnots(uk);
     b->VKnots(vk);
     b->UMultiplicities(um);
     b->VMultiplicities(vm);
+    FileKnots ku = fileKnots(uk, um, b->UDegree(), b->IsUPeriodic());
+    FileKnots kv = fileKnots(vk, vm, b->VDegree(), b->IsVPeriodic());
+    const int nu = b->NbUPoles() + ku.extraPoles, nv = b->NbVPoles() + kv.extraPoles;
+    const bool rational = b->IsURational() || b->IsVRational();
+    std::vector<double> vertices;
+    for (int i = 0; i < nu; ++i)  // v varies fastest
+      for (int j = 0; j < nv; ++j) {
+        const int pi = i % b->NbUPoles() + 1, pj = j % b->NbVPoles() + 1;
+        const gp_Pnt p = b->Pole(pi, pj);
+        const double w = rational ? b->Weight(pi, pj) : 1.0;
+        vertices.insert(vertices.end(), {p.X() * w, p.Y() * w, p.Z() * w});
+        if (rational) vertices.push_back(w);
+      }
     int64_t verts = m_sink.add("BSPLINE_VERTICES", {}, vertices);
-    int64_t umult = m_sink.add("KNOT_MULT", {}, ints(um)), vmult = m_sink.add("KNOT_MULT", {}, ints(vm));
-    int64_t uknots = m_sink.add("KNOT_SET", {}, reals(uk)), vknots = m_sink.add("KNOT_SET", {}, reals(vk));
+    int64_t umult = m_sink.add("KNOT_MULT", {}, ku.mults), vmult = m_sink.add("KNOT_MULT", {}, kv.mults);
+    int64_t uknots = m_sink.add("KNOT_SET", {}, ku.values), vknots = m_sink.add("KNOT_SET", {}, kv.values);
     int64_t nurbs = m_sink.add("NURBS_SURF", {{"u_degree", int64_t{b->UDegree()}}, {"v_degree", int64_t{b->VDegree()}},
                                               {"n_u_vertices", int64_t{nu}}, {"n_v_vertices", int64_t{nv}},
                                               {"u_knot_type", int64_t{1}}, {"v_knot_type", int64_t{1}},
-                                              {"n_u_knots", int64_t{b->NbUKnots()}}, {"n_v_knots", int64_t{b->NbVKnots()}},
+                                              {"n_u_knots", static_cast<int64_t>(ku.values.size())},
+                                              {"n_v_knots", static_cast<int64_t>(kv.values.size())},
+                                              {"u_periodic", int64_t{b->IsUPeriodic()}}, {"v_periodic", int64_t{b->IsVPeriodic()}},
+                                              {"u_closed", int64_t{b->IsUPeriodic()}}, {"v_closed", int64_t{b->IsVPeriodic()}},
                                               {"rational", int64_t{rational}}, {"surface_form", int64_t{1}},
                                               {"vertex_dim", int64_t{rational ? 4 : 3}}, {"bspline_vertices", verts},
                                               {"u_knot_mult", umult}, {"v_knot_mult", vmult},

@@ -11,6 +11,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 
 namespace kerneltest {
@@ -82,6 +83,9 @@ TEST_F(PartFiles, EveryFileWithoutProceduralGeometryLoadsAndSurvivesARoundTrip) 
     for (PK_transmit_format_t format : {PK_transmit_format_text_c, PK_transmit_format_neutral_c}) {
       const std::string copy = "copy of " + row.file;
       ASSERT_EQ(transmit(parts, copy, format), PK_ERROR_no_errors) << lastMessage();
+      if (const char* keep = std::getenv("MELD_KEEP_COPIES"))
+        meldtest::writeFile(std::filesystem::path(keep) / (copy + (format == PK_transmit_format_text_c ? ".x_t" : ".x_b")),
+                            partFile(copy));
       expectConsistentFile(copy);
       std::vector<PK_PART_t> again;
       ASSERT_EQ(receive(copy, &again, format), PK_ERROR_no_errors) << lastMessage();
