@@ -1,10 +1,15 @@
 #include "FaceMeasures.h"
 
+#include <BRepAdaptor_Curve.hxx>
+#include <BRepAdaptor_Surface.hxx>
 #include <BRepGProp_Domain.hxx>
+#include <BRep_Tool.hxx>
 #include <BRepGProp_Face.hxx>
 #include <BRepGProp_Sinert.hxx>
 #include <BRepGProp_Vinert.hxx>
 #include <TopoDS.hxx>
+#include <TopoDS_Edge.hxx>
+#include <TopoDS_Face.hxx>
 #include <gp.hxx>
 #include <TopExp_Explorer.hxx>
 
@@ -47,9 +52,23 @@ std::unordered_map<FaceKey, Cached, FaceKeyHash>& cache() {
   return faces;
 }
 
+// Gauss integration without subdivision is exact on a plane bounded by
+// lines (the integrands are polynomials there); anything else is integrated
+// adaptively.
+bool exactWithoutSubdivision(const TopoDS_Face& face) {
+  BRepAdaptor_Surface surface(face, false);
+  if (surface.GetType() != GeomAbs_Plane) return false;
+  for (TopExp_Explorer ex(face, TopAbs_EDGE); ex.More(); ex.Next()) {
+    const TopoDS_Edge& edge = TopoDS::Edge(ex.Current());
+    if (BRep_Tool::Degenerated(edge) || BRepAdaptor_Curve(edge).GetType() != GeomAbs_Line) return false;
+  }
+  return true;
+}
+
 // A face's share of the volume is that of the cone from the origin to the
 // face (signed by the face's side), so that the shares of a closed shell's
-// faces add up to its volume whichever shell they are in.
+// faces add up to its volume whichever shell they are in. The area only
+// scales a tolerance: it needs no subdivision.
 Measures integrate(const TopoDS_Shape& shape) {
   const TopoDS_Face& face = TopoDS::Face(shape);
   BRepGProp_Face surface;
@@ -58,14 +77,15 @@ Measures integrate(const TopoDS_Shape& shape) {
   volume.SetLocation(gp::Origin());
   BRepGProp_Sinert area;
   area.SetLocation(gp::Origin());
+  bool exact = exactWithoutSubdivision(face);
   if (surface.NaturalRestriction()) {
-    volume.Perform(surface, kIntegrationEps);
-    area.Perform(surface, kIntegrationEps);
+    exact ? volume.Perform(surface) : (void)volume.Perform(surface, kIntegrationEps);
+    area.Perform(surface);
   } else {
     BRepGProp_Domain domain(face);
-    volume.Perform(surface, domain, kIntegrationEps);
+    exact ? volume.Perform(surface, domain) : (void)volume.Perform(surface, domain, kIntegrationEps);
     domain.Init(face);
-    area.Perform(surface, domain, kIntegrationEps);
+    area.Perform(surface, domain);
   }
   return Measures{volume.Mass(), area.Mass()};
 }
