@@ -156,8 +156,9 @@ bool accepted(const Request& r, const TopoDS_Shape& result, const std::vector<co
   return volumesAgree(r.function, measure(bodyData(r.target).shape), tools, measure(result), r.fuzzy);
 }
 
-// Runs OCCT's boolean and judges its result; changes nothing in the table.
-Outcome compute(const Request& r) {
+// Runs OCCT's boolean with this fuzzy value and judges its result (always
+// with the tolerance asked for); changes nothing in the table.
+Outcome compute(const Request& r, double fuzzy) {
   Outcome out;
   std::vector<TopoDS_Shape> shapes = inputShapes(r);
   auto op = makeOperation(r.function);
@@ -166,7 +167,7 @@ Outcome compute(const Request& r) {
   for (std::size_t i = 1; i < shapes.size(); ++i) tools.Append(shapes[i]);
   op->SetArguments(arguments);
   op->SetTools(tools);
-  op->SetFuzzyValue(r.fuzzy);
+  op->SetFuzzyValue(fuzzy);
   op->SetNonDestructive(true);
   op->SetRunParallel(sessionThreads() > 1);
   op->SetUseOBB(true);
@@ -228,12 +229,18 @@ PK_boolean_result_t run(const Request& r, std::vector<PK_BODY_t>& bodies) {
   if (!allSolid(r)) return PK_boolean_result_not_solid_c;
   bool clash = r.function == PK_boolean_intersect_c ? allBoxesClash(r) : anyBoxClash(r);
   if (!clash) return PK_boolean_result_no_clash_c;
+  // Exact intersection first: a fuzzy value makes OCCT's boolean markedly
+  // slower, and most unions do not need it. A result that fails (or would be
+  // refused) is computed again with the fuzzy value asked for.
   Outcome out;
-  try {
-    OCC_CATCH_SIGNALS
-    out = compute(r);
-  } catch (const Standard_Failure&) {
-    return PK_boolean_result_failed_c;
+  for (double fuzzy : {0.0, r.fuzzy}) {
+    try {
+      OCC_CATCH_SIGNALS
+      out = compute(r, fuzzy);
+    } catch (const Standard_Failure&) {
+      out = Outcome{};
+    }
+    if (out.code != PK_boolean_result_failed_c) break;
   }
   if (out.code == PK_boolean_result_success_c) bodies = apply(r, out);
   return out.code;

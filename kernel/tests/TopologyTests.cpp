@@ -89,30 +89,44 @@ TEST_F(Topology, EnquiriesRefuseWrongAndDeadTags) {
   EXPECT_EQ(PK_SHELL_find_sign(face + 1, &sign), PK_ERROR_not_an_entity);
 }
 
-TEST_F(Topology, RigidMotionKeepsTagsScaleRenewsThemAndMarksBringThemBack) {
+TEST_F(Topology, TransformsKeepTagsAndMarksBringReplacedOnesBack) {
   PK_BODY_t block = makeBlock(1, 1, 1);
   std::vector<PK_FACE_t> faces = facesOf(block);
   std::vector<PK_EDGE_t> edges = edgesOf(block);
+  std::vector<PK_REGION_t> regions = regionsOf(block);
   ASSERT_EQ(PK_BODY_transform_2(block, transform(1, 5), 0, nullptr), PK_ERROR_no_errors);
   EXPECT_EQ(facesOf(block), faces);
   EXPECT_EQ(edgesOf(block), edges);
+  // A scale rebuilds every face; each keeps its tag through the history.
+  ASSERT_EQ(PK_BODY_transform_2(block, transform(2, 0), 0, nullptr), PK_ERROR_no_errors);
+  EXPECT_EQ(facesOf(block), faces);
+  EXPECT_EQ(regionsOf(block), regions);
+  EXPECT_NEAR(kernelVolume(block), 8.0, 1e-9);
 
+  // A boolean replaces some faces; going back brings them back to life and
+  // takes the new ones away.
   PK_MARK_t mark = 0;
   ASSERT_EQ(PK_MARK_create(&mark), PK_ERROR_no_errors);
-  ASSERT_EQ(PK_BODY_transform_2(block, transform(2, 0), 0, nullptr), PK_ERROR_no_errors);
-  std::vector<PK_FACE_t> scaled = facesOf(block);
-  EXPECT_TRUE(allLive(scaled, true));
-  EXPECT_TRUE(allLive(faces, false));
-  EXPECT_GT(*std::min_element(scaled.begin(), scaled.end()), *std::max_element(faces.begin(), faces.end()));
-  EXPECT_NEAR(kernelVolume(block), 8.0, 1e-9);
+  PK_BODY_t tool = makeBlock(1, 1, 1, 10);
+  PK_BODY_boolean_o_t options;
+  PK_BODY_boolean_o_m(options);
+  PK_boolean_r_t results;
+  ASSERT_EQ(PK_BODY_boolean_2(block, 1, &tool, &options, nullptr, &results), PK_ERROR_no_errors);
+  ASSERT_EQ(results.result, PK_boolean_result_success_c);
+  PK_boolean_r_f(&results);
+  std::vector<PK_FACE_t> united = facesOf(block), made;
+  for (PK_FACE_t face : united)
+    if (std::count(faces.begin(), faces.end(), face) == 0) made.push_back(face);
+  ASSERT_FALSE(made.empty());
+  EXPECT_GT(*std::min_element(made.begin(), made.end()), *std::max_element(faces.begin(), faces.end()));
 
   ASSERT_EQ(PK_MARK_goto(mark), PK_ERROR_no_errors);
   EXPECT_EQ(facesOf(block), faces);
   EXPECT_TRUE(allLive(faces, true));
-  EXPECT_TRUE(allLive(scaled, false));
+  EXPECT_TRUE(allLive(made, false));
   // A tag that died is never handed out again.
   PK_BODY_t next = makeBlock(1, 1, 1);
-  for (PK_FACE_t face : facesOf(next)) EXPECT_EQ(std::count(scaled.begin(), scaled.end(), face), 0);
+  for (PK_FACE_t face : facesOf(next)) EXPECT_EQ(std::count(made.begin(), made.end(), face), 0);
 }
 
 TEST_F(Topology, MassPropsOfBodiesRegionsFacesAndEdges) {
