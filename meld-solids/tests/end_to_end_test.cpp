@@ -200,6 +200,17 @@ TEST(EndToEnd, StatusFileIsAppendedRunAfterRunOnlyWithADebugLevel) {
   EXPECT_EQ(second.compare(0, first.size(), first), 0);
 }
 
+TEST(EndToEnd, AFileOfLooseBodiesIsWorkedOnItsFirstPartOnly) {
+  // A PART_XMT_BLOCK root gives one part per body; the first is a body, which
+  // cannot hold an instance: that is reported and the job still succeeds.
+  Scratch dir({"two_blocks.x_t"});
+  const e2e::RunResult r = dir.run({"-itwo_blocks.x_t", "-oout.x_t", "-k"});
+  EXPECT_EQ(r.exitCode, 0);
+  EXPECT_EQ(r.out.rfind("PS file has 2 pars.\nUse Fisrt Part.\nERROR : rc = ", 0), 0u) << r.out;
+  EXPECT_NE(r.out.find(", PK_INSTANCE_create\n"), std::string::npos) << r.out;
+  expectVolume(dir / "out.x_t", 1, 1000.0);
+}
+
 TEST(EndToEnd, TwoPlainArgumentsAreInputAndOutput) {
   Scratch dir({"disjoint_solids.x_t"});
   const e2e::RunResult r = dir.run({"disjoint_solids.x_t", "plain.x_t"});
