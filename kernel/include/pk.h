@@ -292,6 +292,18 @@ typedef unsigned short PK_UCHAR_t;
 #define PK_ERROR_duplicate_entity 6020       /* an entity given twice */
 #define PK_ERROR_bad_name 6021               /* empty or overlong name */
 
+/* Part files and the model layer (PK_PART_receive / PK_PART_transmit). The
+ * message of the last such failure: PK_ERROR_ask_last_message. */
+#define PK_ERROR_cant_open_file 6100         /* the frustrum could not open the key */
+#define PK_ERROR_bad_part_data 6101          /* the stream does not decode */
+#define PK_ERROR_bad_topology 6102           /* dangling or inconsistent topology */
+#define PK_ERROR_bad_geometry 6103           /* geometry that cannot be built */
+#define PK_ERROR_unsupported_geometry 6104   /* geometry with no converter (procedural) */
+#define PK_ERROR_perspective_transf 6105     /* a transform with perspective terms */
+#define PK_ERROR_no_parts 6106               /* the file holds no body or assembly */
+#define PK_ERROR_transmit_failed 6107        /* writing the file failed; no file is left */
+#define PK_ERROR_unsupported_part 6108       /* a part this kernel cannot build or write */
+
 /* ---------------------------------------------------------------------------
  * Session
  * ------------------------------------------------------------------------- */
