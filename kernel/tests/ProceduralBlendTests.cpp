@@ -19,7 +19,7 @@
 #include "model/procedural/ProceduralError.h"
 #include "model/procedural/RollingBall.h"
 
-using namespace meld::kernel::model;
+using namespace meld::model::procedural;
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include "model/procedural/CurveApprox.h"
 #include "model/procedural/ProceduralError.h"
 
-using namespace meld::kernel::model;
+using namespace meld::model::procedural;
 
 namespace {
 

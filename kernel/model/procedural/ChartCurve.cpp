@@ -6,7 +6,7 @@
 
 #include "ProceduralError.h"
 
-namespace meld::kernel::model {
+namespace meld::model::procedural {
 
 namespace {
 
@@ -233,4 +233,4 @@ double ChartCurve::distanceTo(int k, const gp_Pnt& point, double t) const {
   return m_support[k]->evaluate(point, seed).distance;
 }
 
-}  // namespace meld::kernel::model
+}  // namespace meld::model::procedural

@@ -14,7 +14,7 @@
 #include "CurveEval.h"
 #include "Supports.h"
 
-namespace meld::kernel::model {
+namespace meld::model::procedural {
 
 struct ChartLimit {
   char type = 'L';     // 'L' limit, 'H' help point (closed), 'T' terminator, 'B' boundary
@@ -75,4 +75,4 @@ class ChartCurve : public CurveEval {
   size_t m_chartFirst = 0;               // node of chart point 0
 };
 
-}  // namespace meld::kernel::model
+}  // namespace meld::model::procedural

@@ -11,7 +11,7 @@
 
 #include "ProceduralError.h"
 
-namespace meld::kernel::model {
+namespace meld::model::procedural {
 
 namespace {
 
@@ -152,4 +152,4 @@ CurveFit fitIntersection(const std::shared_ptr<const ChartCurve>& chart, double 
   return best;
 }
 
-}  // namespace meld::kernel::model
+}  // namespace meld::model::procedural

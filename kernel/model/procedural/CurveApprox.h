@@ -9,7 +9,7 @@
 
 #include "ChartCurve.h"
 
-namespace meld::kernel::model {
+namespace meld::model::procedural {
 
 struct CurveFit {
   Handle(Geom_BSplineCurve) curve;
@@ -25,4 +25,4 @@ CurveFit fitIntersection(const std::shared_ptr<const ChartCurve>& chart, double 
 // each piece between consecutive breaks of `exact`.
 double deviationFrom(const CurveEval& exact, const Geom_Curve& curve, int samplesPerSegment);
 
-}  // namespace meld::kernel::model
+}  // namespace meld::model::procedural

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <limits>
 
-namespace meld::kernel::model {
+namespace meld::model::procedural {
 
 namespace {
 
@@ -53,4 +53,4 @@ double CurveEval::project(const gp_Pnt& point, double seed, bool seeded) const {
   return t;
 }
 
-}  // namespace meld::kernel::model
+}  // namespace meld::model::procedural

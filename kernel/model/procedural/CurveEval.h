@@ -10,7 +10,7 @@
 
 #include <vector>
 
-namespace meld::kernel::model {
+namespace meld::model::procedural {
 
 class CurveEval {
  public:
@@ -44,4 +44,4 @@ class GeomCurveEval : public CurveEval {
   Handle(Geom_Curve) m_curve;
 };
 
-}  // namespace meld::kernel::model
+}  // namespace meld::model::procedural

@@ -6,11 +6,11 @@
 #include <stdexcept>
 #include <string>
 
-namespace meld::kernel::model {
+namespace meld::model::procedural {
 
 class ProceduralError : public std::runtime_error {
  public:
   explicit ProceduralError(const std::string& message) : std::runtime_error(message) {}
 };
 
-}  // namespace meld::kernel::model
+}  // namespace meld::model::procedural

@@ -13,7 +13,7 @@
 
 #include "ProceduralError.h"
 
-namespace meld::kernel::model {
+namespace meld::model::procedural {
 
 namespace {
 
@@ -171,6 +171,7 @@ SurfaceFit measure(const RollingBall& ball, const Stations& stations, Handle(Geo
     fit.offsetError = std::max(fit.offsetError, s.offsetError);
     for (int j = 0; j <= kVerifyAcross; ++j) {
       const double v = double(j) / kVerifyAcross;
+      if (surface.IsNull()) break;
       const gp_Pnt exact = s.at(reversed ? 1 - v : v);
       fit.deviation = std::max(fit.deviation, surface->Value(u, v).Distance(exact));
     }
@@ -229,6 +230,14 @@ SurfaceFit fitRollingBall(const RollingBall& ball, double tolerance, double acce
   if (!(ball.radius() > 0)) throw ProceduralError("rolling ball of zero radius");
   if (!(ball.last > ball.first)) throw ProceduralError("empty spine range");
   const Stations stations(ball);
+  // The spine must sit at the blend's offsets from both supports; where it
+  // does not, a support (or the spine) is not what the file meant.
+  const SurfaceFit probe = measure(ball, stations, nullptr, false);
+  if (probe.offsetError > accept) {
+    std::ostringstream out;
+    out << "spine is " << probe.offsetError << " m off its offsets from the supports";
+    throw ProceduralError(out.str());
+  }
   SurfaceFit best;
   for (double tol : {tolerance, tolerance / 10}) {
     Handle(Geom_BSplineSurface) surface = sweep(ball, stations, tol);
@@ -247,4 +256,4 @@ SurfaceFit fitRollingBall(const RollingBall& ball, double tolerance, double acce
   return best;
 }
 
-}  // namespace meld::kernel::model
+}  // namespace meld::model::procedural

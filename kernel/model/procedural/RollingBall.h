@@ -11,7 +11,7 @@
 #include "CurveEval.h"
 #include "Supports.h"
 
-namespace meld::kernel::model {
+namespace meld::model::procedural {
 
 struct RollingBall {
   std::shared_ptr<const CurveEval> spine;
@@ -45,4 +45,4 @@ struct SurfaceFit {
 // points away from the spine. Throws ProceduralError.
 SurfaceFit fitRollingBall(const RollingBall& ball, double tolerance, double accept);
 
-}  // namespace meld::kernel::model
+}  // namespace meld::model::procedural

@@ -9,7 +9,7 @@
 #include "CurveEval.h"
 #include "ProceduralError.h"
 
-namespace meld::kernel::model {
+namespace meld::model::procedural {
 
 namespace {
 
@@ -144,4 +144,4 @@ SupportSample BlendBoundSupport::evaluate(const gp_Pnt& point, Seed& seed) const
   return sample;
 }
 
-}  // namespace meld::kernel::model
+}  // namespace meld::model::procedural

@@ -11,7 +11,7 @@
 
 #include <memory>
 
-namespace meld::kernel::model {
+namespace meld::model::procedural {
 
 class CurveEval;
 
@@ -85,4 +85,4 @@ class BlendBoundSupport : public Support {
   double m_ownOffset, m_otherOffset;
 };
 
-}  // namespace meld::kernel::model
+}  // namespace meld::model::procedural
