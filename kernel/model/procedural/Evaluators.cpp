@@ -51,7 +51,9 @@ std::shared_ptr<const Support> Evaluators::buildSupport(long node) {
     case kBlendedEdge: {
       // As a support a blend is the whole tube of its ball; its natural normal
       // points away from the spine.
-      const RollingBall ball = rollingBall(node);
+      // Its spine may be unbounded (a cliff edge's zero-radius support rolls
+      // along a line): a support needs no range.
+      const RollingBall ball = rollingBall(node, false);
       return std::make_shared<BlendTubeSupport>(ball.spine, ball.radius(), m_cache.sense(node));
     }
     case kBlendBound: {
@@ -134,11 +136,12 @@ std::shared_ptr<const ChartCurve> Evaluators::buildIntersection(long node) {
   try {
     return std::make_shared<ChartCurve>(supports[0], supports[1], chart);
   } catch (const ProceduralError& e) {
-    bad(n, node, e.what());
+    bad(n, node, std::string(e.what()) + " (surface 0: " + n.describe(n.ptr(node, "surface", 0)) +
+                     ", surface 1: " + n.describe(n.ptr(node, "surface", 1)) + ")");
   }
 }
 
-RollingBall Evaluators::rollingBall(long node) {
+RollingBall Evaluators::rollingBall(long node, bool bounded) {
   const NodeAccess& n = m_cache.nodes();
   if (n.type(node) != kBlendedEdge) bad(n, node, "not a BLENDED_EDGE");
   const char type = n.character(node, "blend_type");
@@ -156,7 +159,7 @@ RollingBall Evaluators::rollingBall(long node) {
   }
   ball.first = ball.spine->first();
   ball.last = ball.spine->last();
-  if (!(ball.last - ball.first < 1e6)) bad(n, node, "spine is unbounded");
+  if (bounded && !(ball.last - ball.first < 1e6)) bad(n, node, "spine is unbounded");
   return ball;
 }
 

@@ -26,8 +26,8 @@ class Evaluators {
   // The curve node as an exact evaluator (an INTERSECTION's chart, or the OCCT curve).
   std::shared_ptr<const CurveEval> curve(long curveNode);
   std::shared_ptr<const ChartCurve> intersection(long node);
-  // A BLENDED_EDGE over its whole spine.
-  RollingBall rollingBall(long node);
+  // A BLENDED_EDGE over its whole spine, which must then be bounded.
+  RollingBall rollingBall(long node, bool bounded = true);
 
  private:
   class Building;  // guards against a node defined in terms of itself

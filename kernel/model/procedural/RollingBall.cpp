@@ -217,7 +217,17 @@ BallSection ballSection(const RollingBall& ball, double u, Seed seeds[2]) {
   const gp_Vec& to = toContact[ball.spineReversed ? 0 : 1];
   s.x = from;
   gp_Vec y = to - from * to.Dot(from);
-  if (y.Magnitude() < 1e-12) throw ProceduralError("blend section degenerates (contacts in line with the centre)");
+  if (y.Magnitude() < 1e-12) {
+    // Both contacts coincide where the supports become tangent (the end of a
+    // vanishing blend): the section shrinks to that point. Opposite contacts
+    // leave the arc's side undefined.
+    if (to.Dot(from) < 0) throw ProceduralError("blend section is a half circle with no side to bulge to");
+    gp_Pnt p;
+    gp_Vec tangent;
+    ball.spine->d1(u, p, tangent);
+    y = tangent.Crossed(from);
+    if (y.Magnitude() < 1e-12) y = gp_Vec(from.Y(), -from.X(), 0).Magnitude() > 0.1 ? gp_Vec(from.Y(), -from.X(), 0) : gp_Vec(0, from.Z(), -from.Y());
+  }
   s.y = y / y.Magnitude();
   s.angle = std::atan2(to.Dot(s.y), to.Dot(s.x));
   if (ball.spineReversed) std::swap(s.contact[0], s.contact[1]);

@@ -31,8 +31,12 @@ gp_Vec sensedNormal(const Handle(Geom_Surface)& surface, double u, double v, int
 SurfaceSupport::SurfaceSupport(Handle(Geom_Surface) surface, int sign) : m_surface(std::move(surface)), m_sign(sign) {}
 
 // Newton on the foot conditions (S - X).Su = (S - X).Sv = 0 with the full
-// Hessian, falling back to Gauss-Newton where the Hessian is not positive.
+// Hessian, Gauss-Newton where the Hessian is not positive, and every step cut
+// back until the distance decreases: a plain Newton step from a seed a quarter
+// turn away on a cylinder or cone lands on the far side (a stationary point that
+// is not the foot).
 bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v) const {
+  auto squared = [&](double uu, double vv) { return m_surface->Value(uu, vv).SquareDistance(point); };
   for (int step = 0; step < kFootSteps; ++step) {
     gp_Pnt s;
     gp_Vec su, sv, suu, svv, suv;
@@ -46,8 +50,10 @@ bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v) const
       det = a * c - b * b;
       if (!(det > 0)) return false;
     }
-    const double du = -(c * gu - b * gv) / det, dv = -(a * gv - b * gu) / det;
+    double du = -(c * gu - b * gv) / det, dv = -(a * gv - b * gu) / det;
     if (!std::isfinite(du) || !std::isfinite(dv)) return false;
+    const double before = r.SquareMagnitude();
+    for (int cut = 0; cut < 40 && squared(u + du, v + dv) > before * (1 + 1e-12) + 1e-30; ++cut) du /= 2, dv /= 2;
     u += du, v += dv;
     if ((su * du + sv * dv).Magnitude() < kFootStep) return true;
   }
@@ -97,8 +103,21 @@ SupportSample BlendTubeSupport::evaluate(const gp_Pnt& point, Seed& seed) const 
   const gp_Pnt centre = m_spine->value(seed.a);
   const gp_Vec out(centre, point);
   const double rho = out.Magnitude();
-  if (rho < 1e-12) throw ProceduralError("point on the spine of a rolling-ball support");
   SupportSample sample;
+  if (rho < 1e-12) {
+    // Only a zero-radius tube (the sharp edge a cliff-edge ball touches) has
+    // points on its spine; any direction across the spine serves as normal there.
+    if (m_radius > 1e-12) throw ProceduralError("point on the spine of a rolling-ball support");
+    gp_Pnt p;
+    gp_Vec tangent;
+    m_spine->d1(seed.a, p, tangent);
+    gp_Vec across = tangent.Crossed(gp_Vec(0, 0, 1));
+    if (across.Magnitude() < 1e-9 * tangent.Magnitude()) across = tangent.Crossed(gp_Vec(1, 0, 0));
+    sample.normal = across.Normalized() * m_sign;
+    sample.foot = centre;
+    sample.distance = 0;
+    return sample;
+  }
   sample.normal = out / rho * m_sign;
   sample.foot = centre.Translated(out * (m_radius / rho));
   sample.distance = (rho - m_radius) * m_sign;
