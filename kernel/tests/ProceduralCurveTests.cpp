@@ -156,13 +156,21 @@ TEST(IntersectionCurve, TerminatorPieceReachesTheSingularPoint) {
   EXPECT_LE(fit.deviation, 1e-7);
 }
 
-TEST(IntersectionCurve, RefusesAChartThatIsNotOnItsSupports) {
+TEST(IntersectionCurve, ChartPointsOffTheSupportsAreMovedOntoThemOrRefused) {
+  // A small error (an extended surface the writer evaluated differently) is
+  // corrected by the shortest move onto both supports; a point that would have
+  // to move by a good part of the chart's spacing is refused.
   CylinderPlane c;
   ChartData chart = c.chart();
   chart.points[3].SetZ(chart.points[3].Z() + 1e-4);
+  auto curve = std::make_shared<ChartCurve>(c.s0, c.s1, chart);
+  EXPECT_NEAR(curve->shifts()[3], 1e-4, 1e-9);  // across the curve, which runs along x there
+  EXPECT_EQ(curve->shifts()[2], 0.0);
+  EXPECT_LT(worstOffSupports(*curve, [&](double s) { return curve->value(s); }), 1e-12);
+  chart.points[3].SetZ(chart.points[3].Z() + 0.3);
   try {
-    ChartCurve curve(c.s0, c.s1, chart);
-    FAIL() << "accepted a chart point off a support";
+    ChartCurve refused(c.s0, c.s1, chart);
+    FAIL() << "accepted a chart point far off its supports";
   } catch (const ProceduralError& e) {
     EXPECT_NE(std::string(e.what()).find("chart point 3"), std::string::npos) << e.what();
   }

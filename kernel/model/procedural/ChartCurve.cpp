@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <sstream>
 
 #include "ProceduralError.h"
@@ -18,6 +19,11 @@ constexpr double kTangential = 1e-9;
 // A chart point farther than this from a support means the support (or the
 // chart) is not what the file meant: refuse rather than bend the curve.
 constexpr double kChartOffSupport = 1e-6;
+// A chart point moved farther than this and than a quarter of its distance to
+// a neighbour has jumped to another branch.
+constexpr double kLargestShift = 1e-5;
+// Chart points closer than this to both supports are taken as they are.
+constexpr double kRefined = 1e-13;
 
 [[noreturn]] void refuse(const std::string& why, double t) {
   std::ostringstream out;
@@ -52,6 +58,7 @@ ChartCurve::ChartCurve(std::shared_ptr<const Support> s0, std::shared_ptr<const 
   if (chart.points.size() < 2) throw ProceduralError("chart has fewer than two points");
   if (!(std::abs(chart.baseScale) > 0) || !std::isfinite(chart.baseScale)) throw ProceduralError("chart has no scale");
   buildNodes(chart);
+  refineNodes();
   buildTerminatorPieces(chart);
   buildTangents();
   buildParameters(chart);
@@ -73,6 +80,45 @@ void ChartCurve::buildNodes(const ChartData& chart) {
     if (m_nodes[i].point.Distance(m_nodes[i + 1].point) < 1e-15) throw ProceduralError("chart has two equal consecutive points");
   for (Node& node : m_nodes)
     for (int k = 0; k < 2; ++k) m_support[k]->initialiseSeed(node.point, node.seed[k]);
+}
+
+// Moves chart points that are off a support onto both, by the smallest step
+// (Newton with the minimum-norm correction). The files' points are exact to
+// 1e-14 m on surfaces we reproduce; where a support is only known by extending
+// it (an offset of a B-surface evaluated past its knots) the extension may not
+// be the writer's, and the curve must lie on the surfaces as we build them.
+void ChartCurve::refineNodes() {
+  m_shift.assign(m_nodes.size(), 0.0);
+  for (size_t i = 0; i < m_nodes.size(); ++i) {
+    Node& node = m_nodes[i];
+    if (node.singular) continue;
+    gp_Pnt x = node.point;
+    Seed seed[2] = {node.seed[0], node.seed[1]};
+    for (int step = 0; step < 30; ++step) {
+      const SupportSample a = m_support[0]->evaluate(x, seed[0]), b = m_support[1]->evaluate(x, seed[1]);
+      if (std::max(std::abs(a.distance), std::abs(b.distance)) < kRefined) break;
+      const double g = a.normal.Dot(b.normal), det = 1 - g * g;
+      if (det < 1e-12) break;  // supports tangent here: leave the point to the checks
+      const double la = (a.distance - g * b.distance) / det, lb = (b.distance - g * a.distance) / det;
+      x.Translate(a.normal * -la + b.normal * -lb);
+    }
+    m_shift[i] = x.Distance(node.point);
+    // A move comparable to the chart's own spacing would be a jump to another
+    // branch, not a correction.
+    double spacing = std::numeric_limits<double>::max();
+    if (i > 0) spacing = std::min(spacing, node.point.Distance(m_nodes[i - 1].point));
+    if (i + 1 < m_nodes.size()) spacing = std::min(spacing, node.point.Distance(m_nodes[i + 1].point));
+    if (m_shift[i] > kLargestShift && m_shift[i] > 0.25 * spacing) {
+      std::ostringstream out;
+      out << "chart point " << static_cast<long>(i) - static_cast<long>(m_chartFirst) << " is " << m_shift[i]
+          << " m off the surfaces";
+      throw ProceduralError(out.str());
+    }
+    if (m_shift[i] > 0) {
+      node.point = x;
+      node.seed[0] = seed[0], node.seed[1] = seed[1];
+    }
+  }
 }
 
 // The piece next to a terminator is cut from one support by two planes: one

@@ -44,6 +44,9 @@ class ChartCurve : public CurveEval {
   size_t segments() const { return m_t.size() - 1; }
   const std::vector<double>& parameters() const { return m_t; }
   const Support& support(int k) const { return *m_support[k]; }
+  // How far each chart point had to move to lie on both supports (singular
+  // points are never moved); a terminator's singular point comes first.
+  const std::vector<double>& shifts() const { return m_shift; }
   // Signed distances of a point to both supports (tests and verification).
   double distanceTo(int k, const gp_Pnt& point, double t) const;
 
@@ -59,6 +62,7 @@ class ChartCurve : public CurveEval {
     gp_Vec planeNormal;
   };
   void buildNodes(const ChartData& chart);
+  void refineNodes();
   void buildTangents();
   void buildParameters(const ChartData& chart);
   void buildTerminatorPieces(const ChartData& chart);
@@ -71,6 +75,7 @@ class ChartCurve : public CurveEval {
   std::vector<double> m_scale;           // f per segment
   std::vector<gp_Vec> m_dStart, m_dEnd;  // derivative at both ends of each segment
   std::vector<Piece> m_piece;            // per segment
+  std::vector<double> m_shift;
   bool m_closed = false;
   size_t m_chartFirst = 0;               // node of chart point 0
 };

@@ -19,11 +19,19 @@ constexpr double kFootStep = 1e-14;
 // Step of the central differences that give a blend bound's gradient (metres).
 constexpr double kGradientStep = 1e-7;
 
-gp_Vec sensedNormal(const Handle(Geom_Surface)& surface, double u, double v, int sign) {
+// Where the surface has no normal of its own (a pole, a crease of a C0 base
+// under an offset) the direction from the foot to the point stands in for it,
+// oriented like the normal nearby.
+gp_Vec sensedNormal(const Handle(Geom_Surface)& surface, double u, double v, int sign, const gp_Pnt& point) {
   gp_Dir normal;
-  if (GeomLib::NormEstim(surface, gp_Pnt2d(u, v), 1e-12, normal) >= 2)
-    throw ProceduralError("no surface normal at a foot point");
-  return gp_Vec(normal) * sign;
+  if (GeomLib::NormEstim(surface, gp_Pnt2d(u, v), 1e-12, normal) < 2) return gp_Vec(normal) * sign;
+  const gp_Vec away(surface->Value(u, v), point);
+  if (away.Magnitude() < 1e-12) throw ProceduralError("no surface normal at a foot point");
+  gp_Dir nearby;
+  const double du = 1e-7 * (1 + std::abs(u)), dv = 1e-7 * (1 + std::abs(v));
+  if (GeomLib::NormEstim(surface, gp_Pnt2d(u + du, v + dv), 1e-12, nearby) >= 2) throw ProceduralError("no surface normal at a foot point");
+  const gp_Vec n = away.Normalized();
+  return n.Dot(gp_Vec(nearby) * sign) >= 0 ? n : -n;
 }
 
 }  // namespace
@@ -84,7 +92,7 @@ SupportSample SurfaceSupport::evaluate(const gp_Pnt& point, Seed& seed) const {
   seed.a = u, seed.b = v;
   SupportSample out;
   out.foot = m_surface->Value(u, v);
-  out.normal = sensedNormal(m_surface, u, v, m_sign);
+  out.normal = sensedNormal(m_surface, u, v, m_sign, point);
   out.distance = gp_Vec(out.foot, point).Dot(out.normal);
   return out;
 }
