@@ -73,6 +73,11 @@ double SurveyReport::seconds() const {
 
 SurveyReport survey(const xt::Graph& graph) {
   GeometryCache cache(graph);
+  return survey(cache);
+}
+
+SurveyReport survey(GeometryCache& cache) {
+  const xt::Graph& graph = cache.graph();
   SurveyReport out;
   for (size_t i = 0; i < graph.size(); ++i) {
     const int type = graph.nodes()[i].type;

@@ -7,6 +7,10 @@
 
 #include "NodeGraph.h"
 
+namespace meld::model {
+class GeometryCache;
+}
+
 namespace meld::model::procedural {
 
 struct NodeReport {
@@ -29,5 +33,7 @@ struct SurveyReport {
 };
 
 SurveyReport survey(const xt::Graph& graph);
+// The same through a geometry cache that keeps the converted geometry.
+SurveyReport survey(GeometryCache& cache);
 
 }  // namespace meld::model::procedural
