@@ -161,6 +161,20 @@ bool orientOutward(const RollingBall& ball, Geom_BSplineSurface& surface) {
   return true;
 }
 
+// A blend around a closed spine closes on itself: OCCT wants such a face on a
+// surface that is periodic in that direction (it then has a seam edge), so the
+// first and last rows of poles, equal up to rounding, are made one.
+void closeAroundSpine(const RollingBall& ball, Geom_BSplineSurface& surface) {
+  if (ball.spine->value(ball.first).Distance(ball.spine->value(ball.last)) > 1e-9) return;
+  const int last = surface.NbUPoles();
+  for (int j = 1; j <= surface.NbVPoles(); ++j) {
+    if (surface.Pole(1, j).Distance(surface.Pole(last, j)) > 1e-9 || std::abs(surface.Weight(1, j) - surface.Weight(last, j)) > 1e-12)
+      return;
+    surface.SetPole(last, j, surface.Pole(1, j), surface.Weight(1, j));
+  }
+  surface.SetUPeriodic();
+}
+
 SurfaceFit measure(const RollingBall& ball, const Stations& stations, Handle(Geom_BSplineSurface) surface, bool reversed) {
   SurfaceFit fit;
   fit.surface = surface;
@@ -253,6 +267,7 @@ SurfaceFit fitRollingBall(const RollingBall& ball, double tolerance, double acce
     Handle(Geom_BSplineSurface) surface = sweep(ball, stations, tol);
     if (surface.IsNull()) continue;
     const bool reversed = orientOutward(ball, *surface);
+    closeAroundSpine(ball, *surface);
     SurfaceFit fit = measure(ball, stations, surface, reversed);
     if (best.surface.IsNull() || fit.deviation < best.deviation) best = fit;
     if (fit.deviation <= tolerance) break;
