@@ -178,3 +178,16 @@ TEST(IntersectionCurve, ChartPointsOffTheSupportsAreMovedOntoThemOrRefused) {
   chart.points.resize(1);
   EXPECT_THROW(ChartCurve(c.s0, c.s1, chart), ProceduralError);
 }
+
+TEST(IntersectionCurve, AnEndPointOffTheSupportsIsDroppedKeepingTheParameters) {
+  CylinderPlane c;
+  const ChartCurve exact(c.s0, c.s1, c.chart());
+  ChartData chart = c.chart();
+  chart.points.back().SetZ(chart.points.back().Z() + 0.3);
+  const ChartCurve curve(c.s0, c.s1, chart);
+  EXPECT_TRUE(curve.dropped(false));
+  EXPECT_FALSE(curve.dropped(true));
+  ASSERT_EQ(curve.parameters().size(), 6u);
+  for (size_t i = 0; i < 6; ++i) EXPECT_DOUBLE_EQ(curve.parameters()[i], exact.parameters()[i]);
+  EXPECT_LT(curve.value(curve.last()).Distance(c.chart().points[5]), 1e-15);
+}
