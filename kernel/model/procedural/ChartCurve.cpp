@@ -62,19 +62,6 @@ ChartCurve::ChartCurve(std::shared_ptr<const Support> s0, std::shared_ptr<const 
   buildTerminatorPieces(chart);
   buildTangents();
   buildParameters(chart);
-  dropUnreachableEnds();
-}
-
-void ChartCurve::dropUnreachableEnds() {
-  if (m_dropLast) {
-    m_nodes.pop_back(), m_t.pop_back(), m_shift.pop_back();
-    m_scale.pop_back(), m_dStart.pop_back(), m_dEnd.pop_back(), m_piece.pop_back();
-  }
-  if (m_dropFirst) {
-    m_nodes.erase(m_nodes.begin()), m_t.erase(m_t.begin()), m_shift.erase(m_shift.begin());
-    m_scale.erase(m_scale.begin()), m_dStart.erase(m_dStart.begin()), m_dEnd.erase(m_dEnd.begin());
-    m_piece.erase(m_piece.begin());
-  }
 }
 
 void ChartCurve::buildNodes(const ChartData& chart) {
@@ -121,16 +108,11 @@ void ChartCurve::refineNodes() {
     double spacing = std::numeric_limits<double>::max();
     if (i > 0) spacing = std::min(spacing, node.point.Distance(m_nodes[i - 1].point));
     if (i + 1 < m_nodes.size()) spacing = std::min(spacing, node.point.Distance(m_nodes[i + 1].point));
-    if (m_shift[i] > kLargestShift && m_shift[i] > 0.25 * spacing) {
-      // An open chart's end point may lie where only the writer's extension of
-      // a support reaches: the curve then stops at the next chart point (edges
-      // use the inner part of their charts), after the parameters are set.
-      const bool end = !m_closed && (i == 0 || i + 1 == m_nodes.size()) && m_nodes.size() > 2;
-      if (end) {
-        (i == 0 ? m_dropFirst : m_dropLast) = true;
-        m_shift[i] = 0;
-        continue;
-      }
+    // An open chart's end point may lie where only the writer's extension of a
+    // support reaches; its edge ends there too, so it moves with the surfaces
+    // (the vertex tolerance then covers the difference).
+    const bool end = !m_closed && (i == 0 || i + 1 == m_nodes.size());
+    if (!end && m_shift[i] > kLargestShift && m_shift[i] > 0.25 * spacing) {
       std::ostringstream out;
       out << "chart point " << static_cast<long>(i) - static_cast<long>(m_chartFirst) << " is " << m_shift[i]
           << " m off the surfaces";
@@ -181,11 +163,10 @@ void ChartCurve::buildTangents() {
     const size_t segment = i + 1 < n ? i : i - 1;
     const gp_Vec chord = unitChord(m_nodes[segment].point, m_nodes[segment + 1].point);
     SupportSample s[2];
-    const bool dropped = (i == 0 && m_dropFirst) || (i + 1 == n && m_dropLast);
     for (int k = 0; k < 2; ++k) {
       s[k] = m_support[k]->evaluate(node.point, node.seed[k]);
       const bool pieceSurface = m_piece[segment].support < 0 || m_piece[segment].support == k;
-      if (std::abs(s[k].distance) > kChartOffSupport && (!node.singular || pieceSurface) && !dropped) {
+      if (std::abs(s[k].distance) > kChartOffSupport && (!node.singular || pieceSurface)) {
         std::ostringstream out;
         out << "chart point " << static_cast<long>(i) - static_cast<long>(m_chartFirst) << " is " << std::abs(s[k].distance) << " m off surface " << k;
         throw ProceduralError(out.str());

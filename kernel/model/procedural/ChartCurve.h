@@ -45,9 +45,7 @@ class ChartCurve : public CurveEval {
   const std::vector<double>& parameters() const { return m_t; }
   const Support& support(int k) const { return *m_support[k]; }
   // How far each chart point had to move to lie on both supports (singular
-  // points are never moved); a terminator's singular point comes first. An
-  // end point that could not be moved is dropped: `dropped` says which.
-  bool dropped(bool atStart) const { return atStart ? m_dropFirst : m_dropLast; }
+  // points are never moved); a terminator's singular point comes first.
   const std::vector<double>& shifts() const { return m_shift; }
   // Signed distances of a point to both supports (tests and verification).
   double distanceTo(int k, const gp_Pnt& point, double t) const;
@@ -65,7 +63,6 @@ class ChartCurve : public CurveEval {
   };
   void buildNodes(const ChartData& chart);
   void refineNodes();
-  void dropUnreachableEnds();
   void buildTangents();
   void buildParameters(const ChartData& chart);
   void buildTerminatorPieces(const ChartData& chart);
@@ -80,7 +77,6 @@ class ChartCurve : public CurveEval {
   std::vector<Piece> m_piece;            // per segment
   std::vector<double> m_shift;
   bool m_closed = false;
-  bool m_dropFirst = false, m_dropLast = false;  // end points off the supports as we extend them
   size_t m_chartFirst = 0;               // node of chart point 0
 };
 
