@@ -62,6 +62,30 @@ ChartCurve::ChartCurve(std::shared_ptr<const Support> s0, std::shared_ptr<const 
   buildTerminatorPieces(chart);
   buildTangents();
   buildParameters(chart);
+  setExtensions(chart);
+}
+
+// The exact definition continues smoothly past an open end (the end segment's
+// planes keep cutting the supports); a singular point or a closed chart ends
+// the curve for good.
+void ChartCurve::setExtensions(const ChartData& chart) {
+  if (m_closed) return;
+  constexpr double kReach = 0.1;  // of the end segment
+  if (chart.start.type != 'T') m_extend[0] = kReach * (m_t[1] - m_t[0]);
+  if (chart.end.type != 'T') m_extend[1] = kReach * (m_t.back() - m_t[m_t.size() - 2]);
+  // Past the chart a support may stop being well-behaved (an offset of an
+  // extended surface): reach only as far as the definition still solves.
+  for (int end = 0; end < 2; ++end) {
+    for (int attempt = 0; attempt < 6 && m_extend[end] > 0; ++attempt) {
+      try {
+        const double from = end == 0 ? m_t.front() : m_t.back(), sign = end == 0 ? -1 : 1;
+        for (int k = 1; k <= 8; ++k) value(from + sign * m_extend[end] * k / 8);
+        break;
+      } catch (const ProceduralError&) {
+        m_extend[end] = attempt == 5 ? 0 : m_extend[end] / 4;
+      }
+    }
+  }
 }
 
 void ChartCurve::buildNodes(const ChartData& chart) {
@@ -94,7 +118,7 @@ void ChartCurve::refineNodes() {
     if (node.singular) continue;
     gp_Pnt x = node.point;
     Seed seed[2] = {node.seed[0], node.seed[1]};
-    for (int step = 0; step < 30; ++step) {
+    for (int step = 0; step < 100; ++step) {
       const SupportSample a = m_support[0]->evaluate(x, seed[0]), b = m_support[1]->evaluate(x, seed[1]);
       if (std::max(std::abs(a.distance), std::abs(b.distance)) < kRefined) break;
       const double g = a.normal.Dot(b.normal), det = 1 - g * g;

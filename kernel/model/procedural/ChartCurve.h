@@ -35,8 +35,11 @@ class ChartCurve : public CurveEval {
   // Throws ProceduralError when the chart cannot define a curve.
   ChartCurve(std::shared_ptr<const Support> s0, std::shared_ptr<const Support> s1, const ChartData& chart);
 
-  double first() const override { return m_t.front(); }
-  double last() const override { return m_t.back(); }
+  // Open ends that are not terminators reach a little past the chart: edges
+  // may end just beyond a chart's last point (their parameters are the
+  // writer's, whose surfaces past their extent may differ from ours).
+  double first() const override { return m_t.front() - m_extend[0]; }
+  double last() const override { return m_t.back() + m_extend[1]; }
   void d1(double t, gp_Pnt& point, gp_Vec& derivative) const override;
   std::vector<double> breaks() const override { return {m_t.begin() + 1, m_t.end() - 1}; }
 
@@ -63,6 +66,7 @@ class ChartCurve : public CurveEval {
   };
   void buildNodes(const ChartData& chart);
   void refineNodes();
+  void setExtensions(const ChartData& chart);
   void buildTangents();
   void buildParameters(const ChartData& chart);
   void buildTerminatorPieces(const ChartData& chart);
@@ -77,6 +81,7 @@ class ChartCurve : public CurveEval {
   std::vector<Piece> m_piece;            // per segment
   std::vector<double> m_shift;
   bool m_closed = false;
+  double m_extend[2] = {0, 0};           // reach past the first and last node
   size_t m_chartFirst = 0;               // node of chart point 0
 };
 

@@ -106,13 +106,13 @@ std::vector<double> samplePieces(const CurveEval& exact, double first, double la
   return samples;
 }
 
-CurveFit fitOnce(const std::shared_ptr<const ChartCurve>& chart, double tolerance) {
-  Handle(Adaptor3d_Curve) adaptor = new EvalAdaptor(chart, chart->first(), chart->last());
+CurveFit fitOnce(const std::shared_ptr<const ChartCurve>& chart, double first, double last, double tolerance) {
+  Handle(Adaptor3d_Curve) adaptor = new EvalAdaptor(chart, first, last);
   GeomConvert_ApproxCurve approx(adaptor, tolerance, GeomAbs_C1, kMaxSegments, kMaxDegree);
   CurveFit fit;
   if (!approx.HasResult()) return fit;
   fit.curve = approx.Curve();
-  for (double t : samplePieces(*chart, chart->first(), chart->last(), kVerifySamples)) {
+  for (double t : samplePieces(*chart, first, last, kVerifySamples)) {
     const gp_Pnt p = fit.curve->Value(t);
     fit.deviation = std::max(fit.deviation, p.Distance(chart->value(t)));
     for (int k = 0; k < 2; ++k) fit.offSupport = std::max(fit.offSupport, std::abs(chart->distanceTo(k, p, t)));
@@ -136,8 +136,18 @@ double deviationFrom(const CurveEval& exact, const Geom_Curve& curve, int sample
 CurveFit fitIntersection(const std::shared_ptr<const ChartCurve>& chart, double tolerance, double accept) {
   CurveFit best;
   double worstSeen = 0;
+  // The reach past open ends is a convenience for edges that end there; where
+  // the definition does not solve past the chart, the chart alone is converted.
+  double first = chart->first(), last = chart->last();
   for (double tol : {tolerance, tolerance / 10}) {
-    CurveFit fit = fitOnce(chart, tol);
+    CurveFit fit;
+    try {
+      fit = fitOnce(chart, first, last, tol);
+    } catch (const ProceduralError&) {
+      if (first == chart->parameters().front() && last == chart->parameters().back()) throw;
+      first = chart->parameters().front(), last = chart->parameters().back();
+      fit = fitOnce(chart, first, last, tol);
+    }
     if (fit.curve.IsNull()) continue;
     worstSeen = std::max(worstSeen, fit.deviation);
     if (best.curve.IsNull() || fit.deviation < best.deviation) best = fit;

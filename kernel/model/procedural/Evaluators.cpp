@@ -159,6 +159,11 @@ RollingBall Evaluators::rollingBall(long node, bool bounded) {
   }
   ball.first = ball.spine->first();
   ball.last = ball.spine->last();
+  if (auto chart = std::dynamic_pointer_cast<const ChartCurve>(ball.spine)) {
+    // The ball rolls along the chart itself, not along its reach past open ends.
+    ball.first = chart->parameters().front();
+    ball.last = chart->parameters().back();
+  }
   if (bounded && !(ball.last - ball.first < 1e6)) bad(n, node, "spine is unbounded");
   return ball;
 }
