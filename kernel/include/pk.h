@@ -258,6 +258,14 @@ typedef unsigned short PK_UCHAR_t;
 #define PK_ATTRIB_field_real_c 8002
 #define PK_ATTRIB_field_string_c 8003
 #define PK_ATTRIB_field_ustring_c 8004
+/* Field types part files carry besides those: three doubles per value for
+ * positions, vectors, directions and axes, integers for tags and pointers. */
+#define PK_ATTRIB_field_coordinate_c 6110
+#define PK_ATTRIB_field_vector_c 6111
+#define PK_ATTRIB_field_direction_c 6112
+#define PK_ATTRIB_field_axis_c 6113
+#define PK_ATTRIB_field_tag_c 6114
+#define PK_ATTRIB_field_pointer_c 6115
 
 /* ---------------------------------------------------------------------------
  * Error codes
@@ -303,6 +311,12 @@ typedef unsigned short PK_UCHAR_t;
 #define PK_ERROR_no_parts 6106               /* the file holds no body or assembly */
 #define PK_ERROR_transmit_failed 6107        /* writing the file failed; no file is left */
 #define PK_ERROR_unsupported_part 6108       /* a part this kernel cannot build or write */
+
+/* The words that go with the last failure of PK_PART_receive or
+ * PK_PART_transmit (naming the node, field or file where it stopped); empty
+ * after a success. The text is owned by the kernel and stays valid until the
+ * next such call. */
+PK_ERROR_code_t PK_ERROR_ask_last_message(const char** message);
 
 /* ---------------------------------------------------------------------------
  * Session
@@ -595,6 +609,15 @@ PK_ERROR_code_t PK_ENTITY_ask_first_attrib(PK_ENTITY_t entity, PK_ATTDEF_t attde
  * by the kernel and stays valid until the attribute changes or the session stops. */
 PK_ERROR_code_t PK_ATTRIB_ask_string(PK_ATTRIB_t attrib, int field_index, char** string);
 PK_ERROR_code_t PK_ATTRIB_ask_ustring(PK_ATTRIB_t attrib, int field_index, PK_UCHAR_t** ustring);
+/* Numeric fields: a real field (and the position, vector, direction and axis
+ * fields, three doubles per value) holds doubles, an integer field (and tag and
+ * pointer fields) ints; a colour is one real field of three values. The asks
+ * hand out an array from PK_MEMORY_alloc (NULL when the field is empty);
+ * PK_ERROR_bad_field when the field is of another type. */
+PK_ERROR_code_t PK_ATTRIB_ask_doubles(PK_ATTRIB_t attrib, int field_index, int* n_doubles, double** doubles);
+PK_ERROR_code_t PK_ATTRIB_ask_ints(PK_ATTRIB_t attrib, int field_index, int* n_ints, int** ints);
+PK_ERROR_code_t PK_ATTRIB_set_doubles(PK_ATTRIB_t attrib, int field_index, int n_doubles, const double* doubles);
+PK_ERROR_code_t PK_ATTRIB_set_ints(PK_ATTRIB_t attrib, int field_index, int n_ints, const int* ints);
 
 /* ---------------------------------------------------------------------------
  * Part files (implemented by the XT codec)

@@ -12,6 +12,7 @@
 #include <ShapeAnalysis_Curve.hxx>
 #include <ShapeBuild_ReShape.hxx>
 #include <ShapeFix_Shape.hxx>
+#include <ShapeFix_Wire.hxx>
 #include <Standard_Failure.hxx>
 #include <TopoDS.hxx>
 #include <TopoDS_Compound.hxx>
@@ -20,6 +21,7 @@
 #include <TopoDS_Wire.hxx>
 
 #include <algorithm>
+#include <map>
 #include <cmath>
 #include <unordered_set>
 
@@ -107,6 +109,7 @@ BodyBuilder::Edge BodyBuilder::edge(long node) {
   }
   if (!onSurfaceOnly && m_n.type(curve) == kSpCurve) onSurfaceOnly = true;
   Edge built = onSurfaceOnly ? edgeFromFins(node, start, end, tol) : edgeOnCurve(node, curve, start, end, tol);
+  if (!onSurfaceOnly) attachFinCurves(node, built, curve);
   m_edges.emplace(node, built);
   m_topology[node] = built.edge;
   return built;
@@ -181,6 +184,54 @@ BodyBuilder::Edge BodyBuilder::edgeOnCurve(long node, long curveNode, long start
   reach(builder, first, curve->Value(a));
   reach(builder, last, curve->Value(b));
   return Edge{e, !forward};
+}
+
+bool BodyBuilder::faceFlipped(long face) const {
+  long surfaceNode = m_n.ptr(face, "surface");
+  if (surfaceNode == kNone) return false;
+  bool flipped = (m_n.character(face, "sense") == '-') != (m_cache.sense(surfaceNode) < 0);
+  return m_cache.reversesNormal(surfaceNode) ? !flipped : flipped;
+}
+
+// A tolerant edge whose curve is trimmed and whose fins carry SP-curves over the
+// same parameters (what this kernel writes): those are the edge's pcurves as
+// they were, on each face (two on a face the edge bounds twice, a seam).
+void BodyBuilder::attachFinCurves(long node, const Edge& built, long curveNode) {
+  if (m_n.type(curveNode) != kTrimmedCurve) return;
+  const double p1 = m_n.real(curveNode, "parm_1"), p2 = m_n.real(curveNode, "parm_2");
+  const double a = std::min(p1, p2), b = std::max(p1, p2), slack = 1e-12 * (1 + std::abs(a) + std::abs(b));
+  struct Use {
+    Handle(Geom2d_Curve) curve;
+    bool along;
+  };
+  std::map<long, std::vector<Use>> uses;
+  std::unordered_set<long> seen;
+  for (long fin = m_n.ptr(node, "halfedge"); fin != kNone && seen.insert(fin).second; fin = m_n.ptr(fin, "other")) {
+    long loop = m_n.ptr(fin, "loop"), fc = m_n.ptr(fin, "curve");
+    if (loop == kNone || fc == kNone || m_n.type(fc) != kTrimmedCurve) continue;
+    long sp = m_n.ptr(fc, "basis_curve");
+    if (sp == kNone || m_n.type(sp) != kSpCurve) continue;
+    const double q1 = m_n.real(fc, "parm_1"), q2 = m_n.real(fc, "parm_2");
+    if (!(std::abs(std::min(q1, q2) - a) <= slack && std::abs(std::max(q1, q2) - b) <= slack)) continue;
+    long face = m_n.ptr(loop, "face");
+    if (face == kNone) continue;
+    long surfaceNode = m_n.ptr(face, "surface");
+    if (surfaceNode == kNone || m_n.ptr(sp, "surface") != surfaceNode) continue;
+    bool along = (m_n.character(fin, "sense") != '-') != built.flipped;
+    if (faceFlipped(face)) along = !along;
+    uses[surfaceNode].push_back({m_cache.spCurve2d(sp), along});
+  }
+  BRep_Builder builder;
+  const double tol = BRep_Tool::Tolerance(built.edge);
+  for (auto& [surfaceNode, list] : uses) {
+    Handle(Geom_Surface) surface = m_cache.surface(surfaceNode);
+    if (list.size() == 1) builder.UpdateEdge(built.edge, list[0].curve, surface, TopLoc_Location(), tol);
+    else if (list.size() == 2 && list[0].along != list[1].along) {
+      const Use& forward = list[0].along ? list[0] : list[1];
+      const Use& reversed = list[0].along ? list[1] : list[0];
+      builder.UpdateEdge(built.edge, forward.curve, reversed.curve, surface, TopLoc_Location(), tol);
+    }
+  }
 }
 
 // A tolerant edge: no 3D curve, its fins carry (trimmed) SP-curves. The 3D curve is
@@ -399,6 +450,9 @@ BuiltBody BodyBuilder::build(long body) {
   fix->SetPrecision(kMinTolerance);
   fix->SetMinTolerance(kMinTolerance);
   fix->SetMaxTolerance(1e-2);
+  // Pcurves the file gave keep their period: shifting them onto the base period
+  // approximates them again.
+  fix->FixWireTool()->FixShiftedMode() = 0;
   fix->Perform();
   out.shape = fix->Shape();
   Handle(ShapeBuild_ReShape) context = fix->Context();

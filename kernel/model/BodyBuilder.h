@@ -41,6 +41,8 @@ class BodyBuilder {
   Edge edge(long node);
   Edge edgeOnCurve(long node, long curveNode, long start, long end, double tol);
   Edge edgeFromFins(long node, long start, long end, double tol);
+  void attachFinCurves(long node, const Edge& built, long curveNode);
+  bool faceFlipped(long face) const;
   TopoDS_Face face(long node);
   TopoDS_Shape loopWire(long loop, bool faceFlipped, const TopoDS_Face& onFace);
 

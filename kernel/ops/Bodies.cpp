@@ -15,7 +15,10 @@ const BodyData& bodyData(PK_BODY_t body) {
 }
 
 void replaceBodyShape(PK_BODY_t body, const TopoDS_Shape& shape) {
-  BodyData changed{shape, bodyData(body).type};
+  // Sub-shape attributes stay with the payload; an operation that knows its
+  // history carries them to the new sub-shapes itself.
+  BodyData changed = bodyData(body);
+  changed.shape = shape;
   session().table.replacePayload(body, makePayload(std::move(changed)));
 }
 
