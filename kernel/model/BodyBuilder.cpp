@@ -12,6 +12,8 @@
 #include <ShapeAnalysis_Curve.hxx>
 #include <ShapeBuild_ReShape.hxx>
 #include <ShapeFix_Shape.hxx>
+#include <ShapeFix_Shell.hxx>
+#include <ShapeFix_Solid.hxx>
 #include <ShapeFix_Wire.hxx>
 #include <Standard_Failure.hxx>
 #include <TopoDS.hxx>
@@ -458,6 +460,10 @@ BuiltBody BodyBuilder::build(long body) {
   // Pcurves the file gave keep their period: shifting them onto the base period
   // approximates them again.
   fix->FixWireTool()->FixShiftedMode() = 0;
+  // Faces and shells keep the orientation the file's senses give them: healing
+  // that turned them round would hide a wrong reading of the senses.
+  fix->FixShellTool()->FixOrientationMode() = 0;
+  fix->FixSolidTool()->FixShellOrientationMode() = 0;
   fix->Perform();
   out.shape = fix->Shape();
   Handle(ShapeBuild_ReShape) context = fix->Context();

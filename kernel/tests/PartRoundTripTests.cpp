@@ -142,6 +142,20 @@ TEST_F(PartRoundTrip, SeveralPartsComeBackInOrderWithTheirFaceAttributes) {
   EXPECT_TRUE(onTheBody);
 }
 
+TEST_F(PartRoundTrip, AMovedBodyIsWrittenWhereItIs) {
+  PK_BODY_t cylinder = 0;
+  ASSERT_EQ(PK_BODY_create_solid_cyl(0.5, 2, nullptr, &cylinder), PK_ERROR_no_errors);
+  ASSERT_EQ(PK_BODY_transform_2(cylinder, turnAndMove(), 0, nullptr), PK_ERROR_no_errors);
+  const std::string where = boxOf(cylinder);
+  ASSERT_EQ(transmit({cylinder}, "moved"), PK_ERROR_no_errors) << lastMessage();
+  std::vector<PK_PART_t> parts;
+  ASSERT_EQ(receive("moved", &parts), PK_ERROR_no_errors) << lastMessage();
+  ASSERT_EQ(parts.size(), 1u);
+  EXPECT_EQ(boxOf(parts[0]), where);
+  EXPECT_NEAR(volumeOf(parts[0]), M_PI * 0.25 * 2, 1e-9);
+  EXPECT_TRUE(summarise(parts[0]).valid);
+}
+
 TEST_F(PartRoundTrip, ColoursAreOneRealFieldOfThreeValues) {
   PK_BODY_t block = makeBlock(1, 1, 1);
   colour(block, 0.1, 0.2, 0.3);
