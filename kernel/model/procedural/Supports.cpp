@@ -14,6 +14,7 @@ namespace meld::model::procedural {
 namespace {
 
 constexpr int kFootSteps = 60;
+constexpr int kGaussNewtonSteps = 12;
 // A foot is found when the last Newton step moved it less than this (metres).
 constexpr double kFootStep = 1e-14;
 // Step of the central differences that give a blend bound's gradient (metres).
@@ -46,12 +47,18 @@ SurfaceSupport::SurfaceSupport(Handle(Geom_Surface) surface, int sign) : m_surfa
 bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v) const {
   auto squared = [&](double uu, double vv) { return m_surface->Value(uu, vv).SquareDistance(point); };
   for (int step = 0; step < kFootSteps; ++step) {
+    // Gauss-Newton first: points near the surface (all the converters ask
+    // about) converge fast without second derivatives, which cost most on
+    // offsets of B-surfaces; full Newton only if that stalls.
+    const bool secondOrder = step >= kGaussNewtonSteps;
     gp_Pnt s;
     gp_Vec su, sv, suu, svv, suv;
-    m_surface->D2(u, v, s, su, sv, suu, svv, suv);
+    if (secondOrder) m_surface->D2(u, v, s, su, sv, suu, svv, suv);
+    else m_surface->D1(u, v, s, su, sv);
     const gp_Vec r(point, s);
     const double gu = r.Dot(su), gv = r.Dot(sv);
-    double a = su.Dot(su) + r.Dot(suu), b = su.Dot(sv) + r.Dot(suv), c = sv.Dot(sv) + r.Dot(svv);
+    double a = su.Dot(su), b = su.Dot(sv), c = sv.Dot(sv);
+    if (secondOrder) a += r.Dot(suu), b += r.Dot(suv), c += r.Dot(svv);
     double det = a * c - b * b;
     if (a <= 0 || det <= 1e-12 * su.SquareMagnitude() * sv.SquareMagnitude()) {
       a = su.Dot(su), b = su.Dot(sv), c = sv.Dot(sv);
