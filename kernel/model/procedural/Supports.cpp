@@ -17,6 +17,8 @@ constexpr int kFootSteps = 60;
 constexpr int kGaussNewtonSteps = 12;
 // A foot is found when the last Newton step moved it less than this (metres).
 constexpr double kFootStep = 1e-14;
+// Steps still this small after all iterations: a foot rocking across a crease.
+constexpr double kFootCrease = 1e-10;
 // Step of the central differences that give a blend bound's gradient (metres).
 constexpr double kGradientStep = 1e-7;
 
@@ -68,9 +70,14 @@ bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v) const
     double du = -(c * gu - b * gv) / det, dv = -(a * gv - b * gu) / det;
     if (!std::isfinite(du) || !std::isfinite(dv)) return false;
     const double before = r.SquareMagnitude();
-    for (int cut = 0; cut < 40 && squared(u + du, v + dv) > before * (1 + 1e-12) + 1e-30; ++cut) du /= 2, dv /= 2;
+    int cut = 0;
+    for (; cut < 40 && squared(u + du, v + dv) > before * (1 + 1e-12) + 1e-30; ++cut) du /= 2, dv /= 2;
+    // No step lowers the distance: the foot is on a crease of the surface (an
+    // offset of a C0 base), where the foot conditions have no smooth root.
+    if (cut == 40) return true;
     u += du, v += dv;
-    if ((su * du + sv * dv).Magnitude() < kFootStep) return true;
+    const double moved = (su * du + sv * dv).Magnitude();
+    if (moved < kFootStep || (step == kFootSteps - 1 && moved < kFootCrease)) return true;
   }
   return false;
 }
