@@ -39,6 +39,7 @@ double since(std::chrono::steady_clock::time_point t0) {
 struct Bodies {
   int total = 0, built = 0, valid = 0;
   double volume = 0;
+  std::vector<double> volumes;
   std::vector<std::string> errors;
 };
 
@@ -57,6 +58,7 @@ Bodies buildBodies(GeometryCache& cache) {
       GProp_GProps props;
       BRepGProp::VolumeProperties(body.shape, props);
       out.volume += std::abs(props.Mass());
+      out.volumes.push_back(std::abs(props.Mass()));
     } catch (const std::exception& e) {
       out.errors.push_back(e.what());
     } catch (const Standard_Failure& e) {
@@ -69,6 +71,7 @@ Bodies buildBodies(GeometryCache& cache) {
 // The STEP file with the same stem, read by OCCT: seconds and total solid volume.
 struct Twin {
   bool found = false;
+  int solids = 0;
   double seconds = 0, volume = 0;
 };
 
@@ -88,6 +91,7 @@ Twin readTwin(const fs::path& xt) {
       GProp_GProps props;
       BRepGProp::VolumeProperties(ex.Current(), props);
       twin.volume += std::abs(props.Mass());
+      ++twin.solids;
     }
     twin.found = true;
     return twin;
@@ -129,8 +133,8 @@ int main(int argc, char** argv) {
                 report.count(kBlendedEdge, false), report.worstDeviation(kBlendedEdge), bodies.valid, bodies.total,
                 bodies.volume);
     if (const Twin twin = readTwin(corpus / name); twin.found)
-      std::printf("    STEP twin: read %.3f s (receive %.3f s, ratio %.2f), volume %.9e m3, relative difference %.2e\n",
-                  twin.seconds, decode + convert + build, twin.seconds / (decode + convert + build), twin.volume,
+      std::printf("    STEP twin: read %.3f s (receive %.3f s, ratio %.2f), %d solids, volume %.9e m3, relative difference %.2e\n",
+                  twin.seconds, decode + convert + build, twin.seconds / (decode + convert + build), twin.solids, twin.volume,
                   std::abs(bodies.volume - twin.volume) / twin.volume);
     for (const auto& r : report.nodes)
       if (!r.converted || verbose)
@@ -138,6 +142,8 @@ int main(int argc, char** argv) {
                     r.type == kIntersection ? "INTERSECTION" : "BLENDED_EDGE", r.seconds, r.deviation, r.offSupport,
                     r.error.c_str());
     for (const auto& e : bodies.errors) std::printf("    body: %s\n", e.c_str());
+    if (verbose)
+      for (double v : bodies.volumes) std::printf("    body volume %.9e\n", v);
     std::fflush(stdout);
   }
 }

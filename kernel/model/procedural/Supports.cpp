@@ -48,11 +48,12 @@ SurfaceSupport::SurfaceSupport(Handle(Geom_Surface) surface, int sign) : m_surfa
 // is not the foot).
 bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v) const {
   auto squared = [&](double uu, double vv) { return m_surface->Value(uu, vv).SquareDistance(point); };
+  bool stalled = false;
   for (int step = 0; step < kFootSteps; ++step) {
     // Gauss-Newton first: points near the surface (all the converters ask
     // about) converge fast without second derivatives, which cost most on
     // offsets of B-surfaces; full Newton only if that stalls.
-    const bool secondOrder = step >= kGaussNewtonSteps;
+    const bool secondOrder = step >= kGaussNewtonSteps || stalled;
     gp_Pnt s;
     gp_Vec su, sv, suu, svv, suv;
     if (secondOrder) m_surface->D2(u, v, s, su, sv, suu, svv, suv);
@@ -74,7 +75,11 @@ bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v) const
     for (; cut < 40 && squared(u + du, v + dv) > before * (1 + 1e-12) + 1e-30; ++cut) du /= 2, dv /= 2;
     // No step lowers the distance: the foot is on a crease of the surface (an
     // offset of a C0 base), where the foot conditions have no smooth root.
-    if (cut == 40) return true;
+    if (cut == 40) {
+      if (secondOrder) return true;
+      stalled = true;
+      continue;
+    }
     u += du, v += dv;
     const double moved = (su * du + sv * dv).Magnitude();
     if (moved < kFootStep || (step == kFootSteps - 1 && moved < kFootCrease)) return true;
