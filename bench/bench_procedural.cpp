@@ -14,6 +14,7 @@
 #include <STEPControl_Reader.hxx>
 #include <TopExp_Explorer.hxx>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -55,10 +56,14 @@ Bodies buildBodies(GeometryCache& cache) {
       ++out.built;
       if (BRepCheck_Analyzer(body.shape).IsValid()) ++out.valid;
       else out.errors.push_back(cache.nodes().describe(static_cast<long>(i)) + ": not valid");
-      GProp_GProps props;
-      BRepGProp::VolumeProperties(body.shape, props);
-      out.volume += std::abs(props.Mass());
-      out.volumes.push_back(std::abs(props.Mass()));
+      double volume = 0;
+      for (TopExp_Explorer ex(body.shape, TopAbs_SOLID); ex.More(); ex.Next()) {
+        GProp_GProps props;
+        BRepGProp::VolumeProperties(ex.Current(), props);
+        volume += std::abs(props.Mass());
+      }
+      out.volume += volume;
+      out.volumes.push_back(volume);
     } catch (const std::exception& e) {
       out.errors.push_back(e.what());
     } catch (const Standard_Failure& e) {
@@ -73,6 +78,7 @@ struct Twin {
   bool found = false;
   int solids = 0;
   double seconds = 0, volume = 0;
+  std::vector<double> volumes;
 };
 
 Twin readTwin(const fs::path& xt) {
@@ -91,6 +97,7 @@ Twin readTwin(const fs::path& xt) {
       GProp_GProps props;
       BRepGProp::VolumeProperties(ex.Current(), props);
       twin.volume += std::abs(props.Mass());
+      twin.volumes.push_back(std::abs(props.Mass()));
       ++twin.solids;
     }
     twin.found = true;
@@ -132,7 +139,28 @@ int main(int argc, char** argv) {
                 report.count(kIntersection, false), report.worstDeviation(kIntersection), report.count(kBlendedEdge, true),
                 report.count(kBlendedEdge, false), report.worstDeviation(kBlendedEdge), bodies.valid, bodies.total,
                 bodies.volume);
-    if (const Twin twin = readTwin(corpus / name); twin.found)
+    const Twin twin = readTwin(corpus / name);
+    if (verbose)
+      for (double v : twin.volumes) std::printf("    STEP solid volume %.9e\n", v);
+    if (twin.found) {
+      // Body by body: each body against the STEP solid of nearest volume (a
+      // twin may hold extra solids, or the same solid twice).
+      std::vector<double> left = twin.volumes;
+      double worst = 0;
+      int within = 0;
+      for (double v : bodies.volumes) {
+        if (left.empty()) break;
+        auto best = std::min_element(left.begin(), left.end(),
+                                     [&](double a, double b) { return std::abs(a - v) < std::abs(b - v); });
+        const double rel = std::abs(*best - v) / std::max(*best, 1e-30);
+        worst = std::max(worst, rel);
+        within += rel <= 1e-5;
+        left.erase(best);
+      }
+      std::printf("    STEP twin per body: %d of %zu bodies within 1e-5 relative of a twin solid, worst %.2e\n", within,
+                  bodies.volumes.size(), worst);
+    }
+    if (twin.found)
       std::printf("    STEP twin: read %.3f s (receive %.3f s, ratio %.2f), %d solids, volume %.9e m3, relative difference %.2e\n",
                   twin.seconds, decode + convert + build, twin.seconds / (decode + convert + build), twin.solids, twin.volume,
                   std::abs(bodies.volume - twin.volume) / twin.volume);
