@@ -69,6 +69,7 @@ Bodies buildBodies(GeometryCache& cache) {
         GProp_GProps props;
         BRepGProp::VolumeProperties(ex.Current(), props);
         volume += std::abs(props.Mass());
+        if (props.Mass() < 0) out.errors.push_back(cache.nodes().describe(static_cast<long>(i)) + ": a solid is inside out");
       }
       out.volume += volume;
       out.volumes.push_back(volume);
