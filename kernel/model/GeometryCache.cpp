@@ -406,7 +406,7 @@ Handle(Geom_Curve) GeometryCache::buildCurve(long node) {
         // A converted basis (an intersection) ends at its chart's end parameter as
         // we compute it, which may differ from the writer's in the last digits.
         if (!onto->IsPeriodic()) {
-          const double slack = 1e-6 * (onto->LastParameter() - onto->FirstParameter());
+          const double slack = 1e-5 * (onto->LastParameter() - onto->FirstParameter());
           if (lo < onto->FirstParameter() && lo > onto->FirstParameter() - slack) lo = onto->FirstParameter();
           if (hi > onto->LastParameter() && hi < onto->LastParameter() + slack) hi = onto->LastParameter();
         }

@@ -48,6 +48,28 @@ TEST(ProceduralCorpus, EveryCurveAndBlendOfTheSmallFilesIsOnItsDefinition) {
   EXPECT_EQ(blends, 7);
 }
 
+TEST(ProceduralCorpus, CliffEdgeAndBlendOnBlendOfAnAssembly) {
+  // biox-Assembly: a cliff-edge blend (#880, the ball touches a sharp edge), a
+  // blend resting on another blend (#787), blends that vanish where their
+  // supports become tangent, curves on offsets of extended B-surfaces (#2634).
+  MELD_REQUIRE_CORPUS(corpus);
+  const auto graph = load(corpus, "biox-Assembly.x_t");
+  const auto report = procedural::survey(graph);
+  bool cliff = false;
+  for (const auto& r : report.nodes) {
+    SCOPED_TRACE(r.index);
+    EXPECT_TRUE(r.converted) << r.error;
+    EXPECT_LE(r.deviation, 1e-7);
+    // #2634 runs past its offset surface's base where the offset creases: the
+    // distance to it depends on which side's foot a search finds.
+    if (r.index != 2634) EXPECT_LE(r.offSupport, 1e-7);
+    cliff |= r.index == 880 && r.converted;
+  }
+  EXPECT_TRUE(cliff);
+  EXPECT_EQ(report.count(kBlendedEdge, true), 9);
+  EXPECT_EQ(report.count(kIntersection, true), 36);
+}
+
 TEST(ProceduralCorpus, TrimmedIntersectionsKeepTheChartParametrisation) {
   // A trimmed curve's parameters are chart parameters of its intersection: the
   // converted basis must reach the stored end points there.

@@ -267,6 +267,8 @@ void ChartCurve::d1(double t, gp_Pnt& point, gp_Vec& derivative) const {
   const Piece& piece = m_piece[i];
   SupportSample sample[2];
   bool converged = false;
+  gp_Pnt best = x;
+  double bestResidual = std::numeric_limits<double>::max();
   for (int step = 0; step < kNewtonSteps && !converged; ++step) {
     gp_Vec rows[3];
     double rhs[3];
@@ -283,10 +285,17 @@ void ChartCurve::d1(double t, gp_Pnt& point, gp_Vec& derivative) const {
     rows[2] = d, rhs[2] = -d.Dot(gp_Vec(q, x));
     gp_Vec step3;
     if (!solve3(rows, rhs, step3)) refuse("intersection curve: supports do not cross", t);
+    // On a crease of a support (an offset of a C0 base) the normal flips between
+    // sides and the steps rock instead of shrinking: the iterate with the
+    // smallest residuals is kept, and accepted when they are below the accepted error.
+    const double residual = std::max({std::abs(rhs[0]), std::abs(rhs[1]), std::abs(rhs[2])});
+    if (residual < bestResidual) bestResidual = residual, best = x;
     x.Translate(step3);
-    const double moved = step3.Magnitude();
-    converged = moved < kConverged;
-    if (step == kNewtonSteps - 1 && moved > kAccepted) refuse("intersection point did not converge", t);
+    converged = step3.Magnitude() < kConverged;
+  }
+  if (!converged) {
+    if (bestResidual > kAccepted) refuse("intersection point did not converge", t);
+    x = best;
   }
   if (piece.support < 0) {
     for (int k = 0; k < 2; ++k) sample[k] = m_support[k]->evaluate(x, seed[k]);

@@ -50,6 +50,12 @@ class ChartCurve : public CurveEval {
   // How far each chart point had to move to lie on both supports (singular
   // points are never moved); a terminator's singular point comes first.
   const std::vector<double>& shifts() const { return m_shift; }
+  // Whether support k defines the curve at t (both do, except in a terminator
+  // piece, where only the one that cuts it does: there the supports touch).
+  bool definedBy(int k, double t) const {
+    const int only = m_piece[segmentOf(t)].support;
+    return only < 0 || only == k;
+  }
   // Signed distances of a point to both supports (tests and verification).
   double distanceTo(int k, const gp_Pnt& point, double t) const;
 

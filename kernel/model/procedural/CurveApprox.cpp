@@ -115,7 +115,8 @@ CurveFit fitOnce(const std::shared_ptr<const ChartCurve>& chart, double first, d
   for (double t : samplePieces(*chart, first, last, kVerifySamples)) {
     const gp_Pnt p = fit.curve->Value(t);
     fit.deviation = std::max(fit.deviation, p.Distance(chart->value(t)));
-    for (int k = 0; k < 2; ++k) fit.offSupport = std::max(fit.offSupport, std::abs(chart->distanceTo(k, p, t)));
+    for (int k = 0; k < 2; ++k)
+      if (chart->definedBy(k, t)) fit.offSupport = std::max(fit.offSupport, std::abs(chart->distanceTo(k, p, t)));
   }
   return fit;
 }

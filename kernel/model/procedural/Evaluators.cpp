@@ -100,6 +100,8 @@ ChartLimit Evaluators::readLimit(long node, const char* field) {
     const xt::FieldView hvec = n.view(at, "hvec");
     if (hvec.reals.size() < 6 || hvec.isNull()) bad(n, node, std::string(field) + " terminator without its two points");
     limit.singular = gp_Pnt(hvec.reals[0], hvec.reals[1], hvec.reals[2]);
+    if (!std::isfinite(limit.singular.X() + limit.singular.Y() + limit.singular.Z()))
+      bad(n, node, std::string(field) + " terminator point is not finite");
   }
   return limit;
 }
@@ -115,7 +117,8 @@ ChartData Evaluators::readChart(long node) {
   if (count < 2 || static_cast<size_t>(count) * 3 != hvec.reals.size()) bad(n, chartNode, "chart_count does not match its points");
   for (int64_t i = 0; i < count; ++i) {
     const double* p = hvec.reals.data() + 3 * i;
-    if (p[0] == xt::kNullReal) bad(n, chartNode, "null chart point");
+    if (p[0] == xt::kNullReal || !std::isfinite(p[0]) || !std::isfinite(p[1]) || !std::isfinite(p[2]))
+      bad(n, chartNode, "null chart point");
     chart.points.emplace_back(p[0], p[1], p[2]);
   }
   chart.start = readLimit(node, "start");

@@ -22,6 +22,7 @@ constexpr int kVerifyAlong = 40;    // verification grid
 constexpr int kVerifyAcross = 10;
 constexpr int kMaxDegree = 11;
 constexpr int kMaxSegments = 200;
+constexpr int kMaxSegmentsC0 = 1000;
 
 // The five poles and weights of the exact arc: two rational quadratic spans of
 // half the angle each.
@@ -131,10 +132,12 @@ class BallSweep : public Approx_SweepFunction {
   std::vector<double> m_breaks;
 };
 
-Handle(Geom_BSplineSurface) sweep(const RollingBall& ball, const Stations& stations, double tolerance) {
+Handle(Geom_BSplineSurface) sweep(const RollingBall& ball, const Stations& stations, double tolerance,
+                                  GeomAbs_Shape continuity) {
   Handle(Approx_SweepFunction) function = new BallSweep(ball, stations);
   Approx_SweepApproximation approx(function);
-  approx.Perform(ball.first, ball.last, tolerance, tolerance, 1e-9, 1e-6, GeomAbs_C1, kMaxDegree, kMaxSegments);
+  const int segments = continuity == GeomAbs_C0 ? kMaxSegmentsC0 : kMaxSegments;
+  approx.Perform(ball.first, ball.last, tolerance, tolerance, 1e-9, 1e-6, continuity, kMaxDegree, segments);
   if (!approx.IsDone()) return {};
   int uDegree, vDegree, nbUPoles, nbVPoles, nbUKnots, nbVKnots;
   approx.SurfShape(uDegree, vDegree, nbUPoles, nbVPoles, nbUKnots, nbVKnots);
@@ -263,8 +266,13 @@ SurfaceFit fitRollingBall(const RollingBall& ball, double tolerance, double acce
     throw ProceduralError(out.str());
   }
   SurfaceFit best;
-  for (double tol : {tolerance, tolerance / 10}) {
-    Handle(Geom_BSplineSurface) surface = sweep(ball, stations, tol);
+  // C1 first. A support that is itself only C0 (an offset of a B-surface with
+  // creases) kinks the contact line; the blend is then no smoother than that
+  // and a C0 surface, cut where the kinks are, is the faithful one.
+  const std::pair<double, GeomAbs_Shape> attempts[] = {
+      {tolerance, GeomAbs_C1}, {tolerance / 10, GeomAbs_C1}, {tolerance, GeomAbs_C0}};
+  for (const auto& [tol, continuity] : attempts) {
+    Handle(Geom_BSplineSurface) surface = sweep(ball, stations, tol, continuity);
     if (surface.IsNull()) continue;
     const bool reversed = orientOutward(ball, *surface);
     closeAroundSpine(ball, *surface);

@@ -14,8 +14,11 @@ namespace meld::model::procedural {
 namespace {
 
 constexpr int kFootSteps = 60;
+constexpr int kGaussNewtonSteps = 12;
 // A foot is found when the last Newton step moved it less than this (metres).
 constexpr double kFootStep = 1e-14;
+// Steps still this small after all iterations: a foot rocking across a crease.
+constexpr double kFootCrease = 1e-10;
 // Step of the central differences that give a blend bound's gradient (metres).
 constexpr double kGradientStep = 1e-7;
 
@@ -45,13 +48,20 @@ SurfaceSupport::SurfaceSupport(Handle(Geom_Surface) surface, int sign) : m_surfa
 // is not the foot).
 bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v) const {
   auto squared = [&](double uu, double vv) { return m_surface->Value(uu, vv).SquareDistance(point); };
+  bool stalled = false;
   for (int step = 0; step < kFootSteps; ++step) {
+    // Gauss-Newton first: points near the surface (all the converters ask
+    // about) converge fast without second derivatives, which cost most on
+    // offsets of B-surfaces; full Newton only if that stalls.
+    const bool secondOrder = step >= kGaussNewtonSteps || stalled;
     gp_Pnt s;
     gp_Vec su, sv, suu, svv, suv;
-    m_surface->D2(u, v, s, su, sv, suu, svv, suv);
+    if (secondOrder) m_surface->D2(u, v, s, su, sv, suu, svv, suv);
+    else m_surface->D1(u, v, s, su, sv);
     const gp_Vec r(point, s);
     const double gu = r.Dot(su), gv = r.Dot(sv);
-    double a = su.Dot(su) + r.Dot(suu), b = su.Dot(sv) + r.Dot(suv), c = sv.Dot(sv) + r.Dot(svv);
+    double a = su.Dot(su), b = su.Dot(sv), c = sv.Dot(sv);
+    if (secondOrder) a += r.Dot(suu), b += r.Dot(suv), c += r.Dot(svv);
     double det = a * c - b * b;
     if (a <= 0 || det <= 1e-12 * su.SquareMagnitude() * sv.SquareMagnitude()) {
       a = su.Dot(su), b = su.Dot(sv), c = sv.Dot(sv);
@@ -61,9 +71,18 @@ bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v) const
     double du = -(c * gu - b * gv) / det, dv = -(a * gv - b * gu) / det;
     if (!std::isfinite(du) || !std::isfinite(dv)) return false;
     const double before = r.SquareMagnitude();
-    for (int cut = 0; cut < 40 && squared(u + du, v + dv) > before * (1 + 1e-12) + 1e-30; ++cut) du /= 2, dv /= 2;
+    int cut = 0;
+    for (; cut < 40 && squared(u + du, v + dv) > before * (1 + 1e-12) + 1e-30; ++cut) du /= 2, dv /= 2;
+    // No step lowers the distance: the foot is on a crease of the surface (an
+    // offset of a C0 base), where the foot conditions have no smooth root.
+    if (cut == 40) {
+      if (secondOrder) return true;
+      stalled = true;
+      continue;
+    }
     u += du, v += dv;
-    if ((su * du + sv * dv).Magnitude() < kFootStep) return true;
+    const double moved = (su * du + sv * dv).Magnitude();
+    if (moved < kFootStep || (step == kFootSteps - 1 && moved < kFootCrease)) return true;
   }
   return false;
 }

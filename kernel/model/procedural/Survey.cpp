@@ -82,6 +82,10 @@ SurveyReport survey(GeometryCache& cache) {
   for (size_t i = 0; i < graph.size(); ++i) {
     const int type = graph.nodes()[i].type;
     if (type != kIntersection && type != kBlendedEdge) continue;
+    // A blend that is no face's surface (the zero-radius support of a cliff
+    // edge, a construction surface of curves) only ever serves as a support.
+    const long owner = cache.nodes().ptr(static_cast<long>(i), "owner");
+    if (type == kBlendedEdge && (owner == kNone || cache.nodes().type(owner) != kFace)) continue;
     NodeReport report;
     report.node = static_cast<long>(i), report.type = type, report.index = graph.nodes()[i].index;
     const auto start = std::chrono::steady_clock::now();
