@@ -381,6 +381,11 @@ BuiltBody BodyBuilder::build(long body) {
   bool anyVertex = false;
   std::vector<long> regions = chain(m_n.ptr(body, "region"), "next", kRegion);
   if (regions.empty()) badTopology(body, "body without regions");
+  // Solid regions first: a void region's shells repeat the faces of the solid
+  // regions they touch, seen from the other side, and only faces no solid
+  // holds may become loose pieces (a sheet's faces).
+  std::stable_partition(regions.begin(), regions.end(),
+                        [&](long region) { return m_n.character(region, "type") == 'S'; });
   for (long region : regions) {
     if (m_n.ptr(region, "body") != kNone && m_n.ptr(region, "body") != body)
       badTopology(region, "region of another body");
