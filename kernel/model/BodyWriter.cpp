@@ -85,15 +85,37 @@ class BodyWriterImpl {
     }
   }
 
-  // Edges on a free-form face (B-spline, offset, swept, spun), like edges on a
-  // free-form curve, keep their pcurves: a pcurve projected again from the curve
-  // would give a slightly different face.
+  // Edges that keep their pcurves: those on a free-form face (B-spline, offset,
+  // swept, spun), on a free-form curve, or above OCCT's confusion, and then every
+  // edge of a face that has one of them, so that a face's pcurves stay in one
+  // period. A pcurve projected again from the curve would give a slightly
+  // different face.
+  static bool freeformCurve(const TopoDS_Edge& e) {
+    double f = 0, l = 0;
+    Handle(Geom_Curve) c = BRep_Tool::Curve(e, f, l);
+    while (auto t = Handle(Geom_TrimmedCurve)::DownCast(c)) c = t->BasisCurve();
+    return !c.IsNull() && !c->IsKind(STANDARD_TYPE(Geom_Conic)) && !c->IsKind(STANDARD_TYPE(Geom_Line));
+  }
+
   void markFreeformEdges() {
+    std::vector<TopoDS_Shape> faces;
     for (TopExp_Explorer f(m_shape, TopAbs_FACE); f.More(); f.Next()) {
+      faces.push_back(f.Current());
       Handle(Geom_Surface) s = BRep_Tool::Surface(TopoDS::Face(f.Current()));
       while (auto t = Handle(Geom_RectangularTrimmedSurface)::DownCast(s)) s = t->BasisSurface();
-      if (s.IsNull() || s->IsKind(STANDARD_TYPE(Geom_ElementarySurface))) continue;
-      for (TopExp_Explorer e(f.Current(), TopAbs_EDGE); e.More(); e.Next()) m_keepPcurves.insert(key(e.Current()));
+      const bool freeformFace = !s.IsNull() && !s->IsKind(STANDARD_TYPE(Geom_ElementarySurface));
+      for (TopExp_Explorer e(f.Current(), TopAbs_EDGE); e.More(); e.Next()) {
+        const TopoDS_Edge& edge = TopoDS::Edge(e.Current());
+        if (freeformFace || BRep_Tool::Tolerance(edge) > kAccurate || freeformCurve(edge))
+          m_keepPcurves.insert(key(edge));
+      }
+    }
+    for (const TopoDS_Shape& f : faces) {
+      bool any = false;
+      for (TopExp_Explorer e(f, TopAbs_EDGE); e.More() && !any; e.Next()) any = m_keepPcurves.count(key(e.Current())) != 0;
+      if (any)
+        for (TopExp_Explorer e(f, TopAbs_EDGE); e.More(); e.Next())
+          if (!BRep_Tool::Degenerated(TopoDS::Edge(e.Current()))) m_keepPcurves.insert(key(e.Current()));
     }
   }
 
@@ -248,14 +270,11 @@ class BodyWriterImpl {
     double tol = BRep_Tool::Tolerance(e);
     info.first = first;
     info.last = last;
-    Handle(Geom_Curve) basis = c;
-    while (auto t = Handle(Geom_TrimmedCurve)::DownCast(basis)) basis = t->BasisCurve();
-    const bool freeform = !basis->IsKind(STANDARD_TYPE(Geom_Conic)) && !basis->IsKind(STANDARD_TYPE(Geom_Line));
     TopoDS_Vertex vf, vl;
     TopExp::Vertices(e, vf, vl);
     if (vf.IsNull() || vl.IsNull()) throw ModelError(PK_ERROR_unsupported_part, "an edge without vertices");
     const bool tolerantVertex = BRep_Tool::Tolerance(vf) > kAccurate || BRep_Tool::Tolerance(vl) > kAccurate;
-    if (tol > kAccurate || freeform || m_keepPcurves.count(key(e))) {
+    if (m_keepPcurves.count(key(e))) {
       // A tolerant edge: its curve trimmed to the edge, and on every fin the
       // pcurve of its face with the same parameters, so that reading it back
       // gives the same edge.
