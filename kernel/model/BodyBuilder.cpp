@@ -159,6 +159,14 @@ BodyBuilder::Edge BodyBuilder::edgeOnCurve(long node, long curveNode, long start
       }
     }
   }
+  if (trimmed && !curve->IsPeriodic()) {
+    // A converted basis (an intersection) ends at its chart's end parameter as
+    // we compute it, which may differ from the writer's in the last digits;
+    // OCCT refuses edge ranges that pass a curve's end at all.
+    const double slack = 1e-6 * (curve->LastParameter() - curve->FirstParameter());
+    if (a < curve->FirstParameter() && a > curve->FirstParameter() - slack) a = curve->FirstParameter();
+    if (b > curve->LastParameter() && b < curve->LastParameter() + slack) b = curve->LastParameter();
+  }
   if (!(b > a)) badTopology(node, "edge of zero length on its curve");
 
   BRep_Builder builder;

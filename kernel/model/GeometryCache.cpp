@@ -401,7 +401,16 @@ Handle(Geom_Curve) GeometryCache::buildCurve(long node) {
         long basis = n.require(node, "basis_curve", PK_ERROR_bad_geometry);
         double p1 = n.real(node, "parm_1"), p2 = n.real(node, "parm_2");
         if (!std::isfinite(p1) || !std::isfinite(p2) || p1 == p2) bad(n, node, "trim parameters");
-        return new Geom_TrimmedCurve(curve(basis), std::min(p1, p2), std::max(p1, p2));
+        Handle(Geom_Curve) onto = curve(basis);
+        double lo = std::min(p1, p2), hi = std::max(p1, p2);
+        // A converted basis (an intersection) ends at its chart's end parameter as
+        // we compute it, which may differ from the writer's in the last digits.
+        if (!onto->IsPeriodic()) {
+          const double slack = 1e-6 * (onto->LastParameter() - onto->FirstParameter());
+          if (lo < onto->FirstParameter() && lo > onto->FirstParameter() - slack) lo = onto->FirstParameter();
+          if (hi > onto->LastParameter() && hi < onto->LastParameter() + slack) hi = onto->LastParameter();
+        }
+        return new Geom_TrimmedCurve(onto, lo, hi);
       }
       default: break;
     }

@@ -13,9 +13,14 @@
 #include <Geom_Curve.hxx>
 #include <Geom_Surface.hxx>
 
+#include <memory>
 #include <unordered_map>
 
 namespace meld::model {
+
+namespace procedural {
+class Evaluators;
+}
 
 class GeometryCache {
  public:
@@ -39,6 +44,10 @@ class GeometryCache {
   // Whether the OCCT twin's natural normal points against the XT one (spun
   // surfaces swap their parameters, and offsets of them inherit that).
   bool reversesNormal(long surfaceNode) const;
+  // The exact evaluators of procedural geometry met so far (supports, spines,
+  // intersection charts), kept with the cache so each node is evaluated from
+  // one object however many nodes rest on it.
+  procedural::Evaluators& proceduralEvaluators();
 
  private:
   Handle(Geom_Surface) buildSurface(long node);
@@ -49,6 +58,7 @@ class GeometryCache {
   std::unordered_map<long, Handle(Geom_Curve)> m_curves;
   std::unordered_map<long, Handle(Geom2d_Curve)> m_curves2d;
   std::vector<long> m_building;  // nodes being converted: a cycle is refused, not recursed
+  std::shared_ptr<procedural::Evaluators> m_procedural;
 };
 
 }  // namespace meld::model
