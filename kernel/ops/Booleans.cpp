@@ -67,26 +67,33 @@ Request readRequest(PK_BODY_t target, int n_tools, const PK_BODY_t* tools, const
   return request;
 }
 
-Bnd_Box grownBox(const TopoDS_Shape& shape, double by) {
-  Bnd_Box box;
-  BRepBndLib::Add(shape, box, false);
+// The body's box (kept with its topology), grown by the fuzzy value.
+Bnd_Box grownBox(PK_BODY_t body, double by) {
+  Bnd_Box box = bodyTopology(body).box;
   box.Enlarge(by);
   return box;
 }
 
-// Tools whose boxes, grown by the fuzzy value, miss the target's box.
+// Whether the boxes of the target and of any (every) tool meet.
 bool anyBoxClash(const Request& r) {
-  Bnd_Box target = grownBox(bodyData(r.target).shape, r.fuzzy);
-  return std::any_of(r.tools.begin(), r.tools.end(), [&](PK_BODY_t tool) {
-    return !target.IsOut(grownBox(bodyData(tool).shape, r.fuzzy));
-  });
+  Bnd_Box target = grownBox(r.target, r.fuzzy);
+  return std::any_of(r.tools.begin(), r.tools.end(),
+                     [&](PK_BODY_t tool) { return !target.IsOut(grownBox(tool, r.fuzzy)); });
 }
 
 bool allBoxesClash(const Request& r) {
-  Bnd_Box target = grownBox(bodyData(r.target).shape, r.fuzzy);
-  return std::all_of(r.tools.begin(), r.tools.end(), [&](PK_BODY_t tool) {
-    return !target.IsOut(grownBox(bodyData(tool).shape, r.fuzzy));
-  });
+  Bnd_Box target = grownBox(r.target, r.fuzzy);
+  return std::all_of(r.tools.begin(), r.tools.end(),
+                     [&](PK_BODY_t tool) { return !target.IsOut(grownBox(tool, r.fuzzy)); });
+}
+
+// A box that holds the result without measuring it: a union lies within its
+// inputs' boxes, a subtraction or an intersection within its target's.
+Bnd_Box resultBox(const Request& r) {
+  Bnd_Box box = bodyTopology(r.target).box;
+  if (r.function == PK_boolean_unite_c)
+    for (PK_BODY_t tool : r.tools) box.Add(bodyTopology(tool).box);
+  return box;
 }
 
 std::unique_ptr<BRepAlgoAPI_BooleanOperation> makeOperation(PK_boolean_function_t function) {
@@ -207,7 +214,8 @@ void removeTool(PK_BODY_t tool) {
 // further solids become new bodies, the tools go.
 std::vector<PK_BODY_t> apply(const Request& r, const Outcome& out) {
   std::unordered_set<PK_ENTITY_t> used;
-  BodyChange change{out.history.get(), r.tools, &used};
+  Bnd_Box box = resultBox(r);
+  BodyChange change{out.history.get(), r.tools, &used, &box};
   std::vector<BodyData> pieces;
   for (const TopoDS_Shape& solid : out.solids) pieces.push_back(derivedBodyData(r.target, solid, change));
   replaceBodyData(r.target, std::move(pieces[0]));

@@ -1,5 +1,6 @@
 #include "BodyTopology.h"
 
+#include <BRepBndLib.hxx>
 #include <BRepClass3d.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopoDS.hxx>
@@ -50,6 +51,11 @@ class Deriver {
     addAll(shape, TopAbs_WIRE, PK_CLASS_loop, topo_->loops);
     addAll(shape, TopAbs_EDGE, PK_CLASS_edge, topo_->edges);
     addAll(shape, TopAbs_VERTEX, PK_CLASS_vertex, topo_->vertices);
+    if (sources_.knownBox) {
+      topo_->box = *sources_.knownBox;
+    } else if (!shape.IsNull()) {
+      BRepBndLib::Add(shape, topo_->box, false);
+    }
     return topo_;
   }
 
