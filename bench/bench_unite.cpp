@@ -30,6 +30,7 @@
 #include <filesystem>
 #include <string>
 #include <functional>
+#include <map>
 #include <set>
 #include <vector>
 
@@ -137,6 +138,20 @@ struct Clock {
 };
 double since(double start) { return Clock::now() - start; }
 
+// Why unions were undone: the kernel's message for a failure, "split" for a
+// union that fell apart into several bodies.
+std::map<std::string, int>& undone() {
+  static std::map<std::string, int> reasons;
+  return reasons;
+}
+
+// The message up to its first number, so that alike failures count together.
+std::string reasonOf(const char* message) {
+  std::string text = message ? message : "";
+  std::size_t digit = text.find_first_of("0123456789");
+  return digit == std::string::npos ? text : text.substr(0, digit);
+}
+
 // One union as the program makes it: a pmark, the boolean, back to the pmark
 // when it fails or falls apart, the pmark deleted.
 Unite kernelUnite(KernelSlot& target, KernelSlot& tool) {
@@ -154,6 +169,13 @@ Unite kernelUnite(KernelSlot& target, KernelSlot& tool) {
   if (!code) {
     PK_boolean_r_f(&results);
     PK_TOPOL_track_r_f(&tracking);
+  }
+  if (result == PK_boolean_result_failed_c) {
+    const char* message = nullptr;
+    PK_ERROR_ask_last_message(&message);
+    ++undone()[reasonOf(message)];
+  } else if (result == PK_boolean_result_success_c && !accepted) {
+    ++undone()["split into several bodies"];
   }
   if (result != PK_boolean_result_no_clash_c && !accepted) {
     PK_PMARK_goto_o_t go;
@@ -340,6 +362,8 @@ void partFile(const std::filesystem::path& file) {
   std::printf("%s: solids %zu, unions %d, failures %d, bodies left %d, %.3f s, volume %.9g -> %.9g (%s)\n",
               file.filename().c_str(), slots.size(), run.unions, run.failures, run.bodies, run.seconds, before,
               run.volume, volumeOk ? "within [largest, sum]" : "OUTSIDE [largest, sum]");
+  for (const auto& [reason, count] : undone()) std::printf("    undone %d: %s\n", count, reason.c_str());
+  undone().clear();
   std::fflush(stdout);
   PSCEndModeller();
 }

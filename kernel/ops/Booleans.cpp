@@ -4,6 +4,7 @@
 // it was.
 #include "BooleanChecks.h"
 #include "Bodies.h"
+#include "LastError.h"
 #include "session/KernelError.h"
 #include "session/Memory.h"
 #include "session/Parallelism.h"
@@ -17,6 +18,7 @@
 #include <TopTools_ListOfShape.hxx>
 
 #include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <set>
 
@@ -33,6 +35,7 @@ struct Request {
 
 struct Outcome {
   PK_boolean_result_t code = PK_boolean_result_failed_c;
+  std::string why;  // of a failure
   std::vector<TopoDS_Shape> solids;  // the result's solids, the target's first
   std::unique_ptr<ShapeHistory> history;
 };
@@ -155,11 +158,19 @@ std::vector<TopoDS_Shape> solidsTargetFirst(const TopoDS_Shape& result, const Bo
   return solids;
 }
 
-bool accepted(const Request& r, const TopoDS_Shape& result, const std::vector<const BodyTopology*>& inputs) {
-  if (!solidsClosed(result) || !madeFacesValid(result, inputs)) return false;
+// Why the result is not accepted; empty when it is.
+std::string refusal(const Request& r, const TopoDS_Shape& result, const std::vector<const BodyTopology*>& inputs) {
+  if (!onlySolids(result)) return "the result holds more than solids";
+  if (!solidsClosed(result)) return "a solid of the result is not closed";
+  if (!madeFacesValid(result, inputs)) return "a face the boolean made is not valid";
   std::vector<Measures> tools;
   for (PK_BODY_t tool : r.tools) tools.push_back(measure(bodyData(tool).shape));
-  return volumesAgree(r.function, measure(bodyData(r.target).shape), tools, measure(result), r.fuzzy);
+  Measures target = measure(bodyData(r.target).shape), made = measure(result);
+  if (volumesAgree(r.function, target, tools, made, r.fuzzy)) return {};
+  char text[160];
+  std::snprintf(text, sizeof text, "result volume %.12g breaks the invariant (target %.12g, first tool %.12g)",
+                made.volume, target.volume, tools.front().volume);
+  return text;
 }
 
 // Runs OCCT's boolean with this fuzzy value and judges its result (always
@@ -178,7 +189,10 @@ Outcome compute(const Request& r, double fuzzy) {
   op->SetRunParallel(sessionThreads() > 1);
   op->SetUseOBB(true);
   op->Build();
-  if (!op->IsDone() || op->HasErrors()) return out;
+  if (!op->IsDone() || op->HasErrors()) {
+    out.why = "OCCT's boolean reported errors";
+    return out;
+  }
   const TopoDS_Shape& result = op->Shape();
   std::vector<const BodyTopology*> inputs = inputTopologies(r);
   bool empty = !TopExp_Explorer(result, TopAbs_FACE).More();
@@ -188,6 +202,7 @@ Outcome compute(const Request& r, double fuzzy) {
     out.code = r.function == PK_boolean_intersect_c ? PK_boolean_result_no_clash_c
                : r.function == PK_boolean_subtract_c ? PK_boolean_result_no_effect_c
                                                      : PK_boolean_result_failed_c;
+    out.why = "the result is empty";
     return out;
   }
   std::vector<const BodyTopology*> untouched =
@@ -196,7 +211,8 @@ Outcome compute(const Request& r, double fuzzy) {
     out.code = PK_boolean_result_no_clash_c;
     return out;
   }
-  if (!onlySolids(result) || !accepted(r, result, inputs)) return out;
+  out.why = refusal(r, result, inputs);
+  if (!out.why.empty()) return out;
   out.solids = solidsTargetFirst(result, *inputs.front());
   out.history = std::make_unique<ShapeHistory>(op->History(), shapes);
   out.code = PK_boolean_result_success_c;
@@ -244,11 +260,13 @@ PK_boolean_result_t run(const Request& r, std::vector<PK_BODY_t>& bodies) {
     try {
       OCC_CATCH_SIGNALS
       out = compute(r, fuzzy);
-    } catch (const Standard_Failure&) {
+    } catch (const Standard_Failure& failure) {
       out = Outcome{};
+      out.why = std::string("OCCT failed: ") + failure.GetMessageString();
     }
     if (out.code != PK_boolean_result_failed_c) break;
   }
+  if (out.code == PK_boolean_result_failed_c) setLastMessage("boolean failed: " + out.why);
   if (out.code == PK_boolean_result_success_c) bodies = apply(r, out);
   return out.code;
 }
@@ -262,6 +280,7 @@ extern "C" PK_ERROR_code_t PK_BODY_boolean_2(PK_BODY_t target, int n_tools, cons
     requireArg(results);
     *results = PK_boolean_r_t{PK_boolean_result_failed_c, 0, nullptr};
     if (tracking) *tracking = PK_TOPOL_track_r_t{0, nullptr};
+    clearLastMessage();
     Request request = readRequest(target, n_tools, tools, options);
     std::vector<PK_BODY_t> bodies;
     results->result = run(request, bodies);
