@@ -51,7 +51,7 @@ bool isBlock(int i, int j) { return (i + j) % 2 == 0; }
 TopoDS_Shape occtCell(int i, int j) {
   double x = i * kPitch, y = j * kPitch;
   if (isBlock(i, j)) return BRepPrimAPI_MakeBox(gp_Pnt(x - 0.5, y - 0.5, 0), 1, 1, 1).Shape();
-  return BRepPrimAPI_MakeCylinder(gp_Ax2(gp_Pnt(x, y, kCylBase), gp::DZ()), kRadius, kCylHeight).Shape();
+  return BRepPrimAPI_MakeCylinder(gp_Ax2(gp_Pnt(x, y, kCylBase), gp::DZ(), gp::DX()), kRadius, kCylHeight).Shape();
 }
 
 PK_BODY_t kernelCell(int i, int j) {
