@@ -5,9 +5,12 @@
 //
 //   bench_unite               grids 5, 10 and 20
 //   bench_unite --grid N      one grid
+//   bench_unite DIR           every XT part file in DIR: its solids united
+//                             pass by pass through the kernel
 //
 // The last line for a grid is `grid N: kernel/raw=<ratio> kernel/oneshot=<ratio>`.
 // Times are process CPU seconds.
+#include "PSCFileHelpers.h"
 #include "PSCModeller.h"
 #include "pk.h"
 
@@ -20,10 +23,14 @@
 #include <TopTools_ListOfShape.hxx>
 
 #include <ctime>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <string>
 #include <functional>
+#include <map>
 #include <set>
 #include <vector>
 
@@ -44,7 +51,7 @@ bool isBlock(int i, int j) { return (i + j) % 2 == 0; }
 TopoDS_Shape occtCell(int i, int j) {
   double x = i * kPitch, y = j * kPitch;
   if (isBlock(i, j)) return BRepPrimAPI_MakeBox(gp_Pnt(x - 0.5, y - 0.5, 0), 1, 1, 1).Shape();
-  return BRepPrimAPI_MakeCylinder(gp_Ax2(gp_Pnt(x, y, kCylBase), gp::DZ()), kRadius, kCylHeight).Shape();
+  return BRepPrimAPI_MakeCylinder(gp_Ax2(gp_Pnt(x, y, kCylBase), gp::DZ(), gp::DX()), kRadius, kCylHeight).Shape();
 }
 
 PK_BODY_t kernelCell(int i, int j) {
@@ -131,6 +138,20 @@ struct Clock {
 };
 double since(double start) { return Clock::now() - start; }
 
+// Why unions were undone: the kernel's message for a failure, "split" for a
+// union that fell apart into several bodies.
+std::map<std::string, int>& undone() {
+  static std::map<std::string, int> reasons;
+  return reasons;
+}
+
+// The message up to its first number, so that alike failures count together.
+std::string reasonOf(const char* message) {
+  std::string text = message ? message : "";
+  std::size_t digit = text.find_first_of("0123456789");
+  return digit == std::string::npos ? text : text.substr(0, digit);
+}
+
 // One union as the program makes it: a pmark, the boolean, back to the pmark
 // when it fails or falls apart, the pmark deleted.
 Unite kernelUnite(KernelSlot& target, KernelSlot& tool) {
@@ -149,6 +170,13 @@ Unite kernelUnite(KernelSlot& target, KernelSlot& tool) {
     PK_boolean_r_f(&results);
     PK_TOPOL_track_r_f(&tracking);
   }
+  if (result == PK_boolean_result_failed_c) {
+    const char* message = nullptr;
+    PK_ERROR_ask_last_message(&message);
+    ++undone()[reasonOf(message)];
+  } else if (result == PK_boolean_result_success_c && !accepted) {
+    ++undone()["split into several bodies"];
+  }
   if (result != PK_boolean_result_no_clash_c && !accepted) {
     PK_PMARK_goto_o_t go;
     PK_PMARK_goto_o_m(go);
@@ -165,11 +193,10 @@ Unite kernelUnite(KernelSlot& target, KernelSlot& tool) {
   return accepted ? Unite::success : Unite::failed;
 }
 
+void startModeller();
+
 Run kernelRun(int n) {
-  if (int step = PSCStartModeller(false, true)) {
-    std::fprintf(stderr, "PSCStartModeller failed at step %d\n", step);
-    std::exit(1);
-  }
+  startModeller();
   std::vector<KernelSlot> slots;
   for (int i = 0; i < n; ++i)
     for (int j = 0; j < n; ++j) slots.push_back(KernelSlot{kernelCell(i, j)});
@@ -248,6 +275,107 @@ void grid(int n) {
               kernel.seconds / oneShot.seconds);
 }
 
+// ---- part files ----
+
+void startModeller() {
+  if (int step = PSCStartModeller(false, true)) {
+    std::fprintf(stderr, "PSCStartModeller failed at step %d\n", step);
+    std::exit(1);
+  }
+}
+
+double kernelVolume(PK_BODY_t body) {
+  double amount = 0;
+  if (PK_TOPOL_eval_mass_props(1, &body, 0.999999999, nullptr, &amount, nullptr, nullptr, nullptr, nullptr))
+    return 0;
+  return amount;
+}
+
+// The solid bodies of the parts (bodies, and bodies instanced by assemblies),
+// freed of the instances that refer to them, as the program does.
+std::vector<PK_BODY_t> solidsOf(const std::vector<PK_PART_t>& parts) {
+  std::vector<PK_BODY_t> solids;
+  std::set<PK_PART_t> seen;
+  std::vector<PK_PART_t> todo(parts.rbegin(), parts.rend());
+  while (!todo.empty()) {
+    PK_PART_t part = todo.back();
+    todo.pop_back();
+    if (!seen.insert(part).second) continue;
+    PK_CLASS_t cls = 0;
+    check(PK_ENTITY_ask_class(part, &cls), "PK_ENTITY_ask_class");
+    if (cls == PK_CLASS_assembly) {
+      int n = 0;
+      PK_PART_t* sub = nullptr;
+      check(PK_ASSEMBLY_ask_parts(part, &n, &sub), "PK_ASSEMBLY_ask_parts");
+      for (int i = n - 1; i >= 0; --i) todo.push_back(sub[i]);
+      PK_MEMORY_free(sub);
+      continue;
+    }
+    PK_BODY_type_t type = 0;
+    check(PK_BODY_ask_type(part, &type), "PK_BODY_ask_type");
+    if (type == PK_BODY_type_solid_c) solids.push_back(part);
+  }
+  for (PK_BODY_t body : solids) {
+    int n = 0;
+    PK_INSTANCE_t* refs = nullptr;
+    check(PK_PART_ask_ref_instances(body, &n, &refs), "PK_PART_ask_ref_instances");
+    if (n) PK_ENTITY_delete(n, refs);
+    PK_MEMORY_free(refs);
+  }
+  return solids;
+}
+
+void partFile(const std::filesystem::path& file) {
+  std::string ext = file.extension().string();
+  bool text = ext == ".x_t" || ext == ".xmt_txt";
+  if (!text && ext != ".x_b" && ext != ".xmt_bin") return;
+  startModeller();
+  PSCSetTransmitExtension(ext.c_str());
+  std::string key = (file.parent_path() / file.stem()).string();
+  PK_PART_receive_o_t options;
+  PK_PART_receive_o_m(options);
+  options.transmit_format = text ? PK_transmit_format_text_c : PK_transmit_format_binary_c;
+  int n = 0;
+  PK_PART_t* parts = nullptr;
+  PK_ERROR_code_t code = PK_PART_receive(key.c_str(), &options, &n, &parts);
+  if (code) {
+    std::printf("%s: not received (%d)\n", file.filename().c_str(), code);
+    PSCEndModeller();
+    return;
+  }
+  std::vector<KernelSlot> slots;
+  double before = 0, largest = 0;
+  for (PK_BODY_t body : solidsOf(std::vector<PK_PART_t>(parts, parts + n))) {
+    slots.push_back(KernelSlot{body});
+    double v = kernelVolume(body);
+    before += v;
+    largest = std::max(largest, v);
+  }
+  PK_MEMORY_free(parts);
+  Run run;
+  double start = Clock::now();
+  run.bodies = slots.size() > 1 ? passes<KernelSlot>(slots, kernelUnite, run.unions, run.failures) : int(slots.size());
+  run.seconds = since(start);
+  for (const KernelSlot& s : slots)
+    if (!s.empty()) run.volume += kernelVolume(s.body);
+  bool volumeOk = run.volume <= before * (1 + 1e-9) && run.volume >= largest * (1 - 1e-9);
+  std::printf("%s: solids %zu, unions %d, failures %d, bodies left %d, %.3f s, volume %.9g -> %.9g (%s)\n",
+              file.filename().c_str(), slots.size(), run.unions, run.failures, run.bodies, run.seconds, before,
+              run.volume, volumeOk ? "within [largest, sum]" : "OUTSIDE [largest, sum]");
+  for (const auto& [reason, count] : undone()) std::printf("    undone %d: %s\n", count, reason.c_str());
+  undone().clear();
+  std::fflush(stdout);
+  PSCEndModeller();
+}
+
+void folder(const std::filesystem::path& dir) {
+  std::vector<std::filesystem::path> files;
+  for (const auto& entry : std::filesystem::directory_iterator(dir))
+    if (entry.is_regular_file()) files.push_back(entry.path());
+  std::sort(files.begin(), files.end());
+  for (const auto& file : files) partFile(file);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -260,8 +388,12 @@ int main(int argc, char** argv) {
     grid(n);
     return 0;
   }
+  if (argc == 2 && std::filesystem::is_directory(argv[1])) {
+    folder(argv[1]);
+    return 0;
+  }
   if (argc != 1) {
-    std::fprintf(stderr, "usage: bench_unite [--grid N]\n");
+    std::fprintf(stderr, "usage: bench_unite [--grid N | DIR]\n");
     return 2;
   }
   for (int n : {5, 10, 20}) grid(n);

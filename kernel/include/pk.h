@@ -696,7 +696,8 @@ typedef struct PK_boolean_r_s {
 /* Unites, subtracts or intersects the target with the tools. On success the
  * target keeps its tag and gets the new shape, the tools stop existing, and
  * results lists the resulting bodies (the target first). No clash changes
- * nothing (21651); a failure leaves every body as it was (21653). */
+ * nothing (21651); a failure leaves every body as it was (21653), and
+ * PK_ERROR_ask_last_message then says why. */
 PK_ERROR_code_t PK_BODY_boolean_2(PK_BODY_t target, int n_tools, const PK_BODY_t* tools,
                                   const PK_BODY_boolean_o_t* options,
                                   PK_TOPOL_track_r_t* tracking, PK_boolean_r_t* results);

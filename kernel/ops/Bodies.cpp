@@ -12,6 +12,7 @@ TagSources tagSources(const std::vector<PK_BODY_t>& from, const BodyChange& chan
   if (change.history)
     sources.origin = [history = change.history](const TopoDS_Shape& s) { return history->origin(s); };
   sources.used = change.used;
+  sources.knownBox = change.knownBox;
   sources.fresh = [] { return session().table.reserveTag(); };
   return sources;
 }

@@ -27,6 +27,7 @@ struct BodyChange {
   const ShapeHistory* history = nullptr;
   std::vector<PK_BODY_t> absorbed;
   std::unordered_set<PK_ENTITY_t>* used = nullptr;
+  const Bnd_Box* knownBox = nullptr;  // holds the new shape (see TagSources)
 };
 void replaceBodyShape(PK_BODY_t body, const TopoDS_Shape& shape, const BodyChange& change);
 // The payload of a body made of pieces of `from` (and of the absorbed

@@ -4,6 +4,7 @@
 // it was.
 #include "BooleanChecks.h"
 #include "Bodies.h"
+#include "LastError.h"
 #include "session/KernelError.h"
 #include "session/Memory.h"
 #include "session/Parallelism.h"
@@ -17,6 +18,7 @@
 #include <TopTools_ListOfShape.hxx>
 
 #include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <set>
 
@@ -33,6 +35,7 @@ struct Request {
 
 struct Outcome {
   PK_boolean_result_t code = PK_boolean_result_failed_c;
+  std::string why;  // of a failure
   std::vector<TopoDS_Shape> solids;  // the result's solids, the target's first
   std::unique_ptr<ShapeHistory> history;
 };
@@ -68,26 +71,33 @@ Request readRequest(PK_BODY_t target, int n_tools, const PK_BODY_t* tools, const
   return request;
 }
 
-Bnd_Box grownBox(const TopoDS_Shape& shape, double by) {
-  Bnd_Box box;
-  BRepBndLib::Add(shape, box, false);
+// The body's box (kept with its topology), grown by the fuzzy value.
+Bnd_Box grownBox(PK_BODY_t body, double by) {
+  Bnd_Box box = bodyTopology(body).box;
   box.Enlarge(by);
   return box;
 }
 
-// Tools whose boxes, grown by the fuzzy value, miss the target's box.
+// Whether the boxes of the target and of any (every) tool meet.
 bool anyBoxClash(const Request& r) {
-  Bnd_Box target = grownBox(bodyData(r.target).shape, r.fuzzy);
-  return std::any_of(r.tools.begin(), r.tools.end(), [&](PK_BODY_t tool) {
-    return !target.IsOut(grownBox(bodyData(tool).shape, r.fuzzy));
-  });
+  Bnd_Box target = grownBox(r.target, r.fuzzy);
+  return std::any_of(r.tools.begin(), r.tools.end(),
+                     [&](PK_BODY_t tool) { return !target.IsOut(grownBox(tool, r.fuzzy)); });
 }
 
 bool allBoxesClash(const Request& r) {
-  Bnd_Box target = grownBox(bodyData(r.target).shape, r.fuzzy);
-  return std::all_of(r.tools.begin(), r.tools.end(), [&](PK_BODY_t tool) {
-    return !target.IsOut(grownBox(bodyData(tool).shape, r.fuzzy));
-  });
+  Bnd_Box target = grownBox(r.target, r.fuzzy);
+  return std::all_of(r.tools.begin(), r.tools.end(),
+                     [&](PK_BODY_t tool) { return !target.IsOut(grownBox(tool, r.fuzzy)); });
+}
+
+// A box that holds the result without measuring it: a union lies within its
+// inputs' boxes, a subtraction or an intersection within its target's.
+Bnd_Box resultBox(const Request& r) {
+  Bnd_Box box = bodyTopology(r.target).box;
+  if (r.function == PK_boolean_unite_c)
+    for (PK_BODY_t tool : r.tools) box.Add(bodyTopology(tool).box);
+  return box;
 }
 
 std::unique_ptr<BRepAlgoAPI_BooleanOperation> makeOperation(PK_boolean_function_t function) {
@@ -149,11 +159,19 @@ std::vector<TopoDS_Shape> solidsTargetFirst(const TopoDS_Shape& result, const Bo
   return solids;
 }
 
-bool accepted(const Request& r, const TopoDS_Shape& result, const std::vector<const BodyTopology*>& inputs) {
-  if (!solidsClosed(result) || !madeFacesValid(result, inputs)) return false;
+// Why the result is not accepted; empty when it is.
+std::string refusal(const Request& r, const TopoDS_Shape& result, const std::vector<const BodyTopology*>& inputs) {
+  if (!onlySolids(result)) return "the result holds more than solids";
+  if (!solidsClosed(result)) return "a solid of the result is not closed";
+  if (!madeFacesValid(result, inputs)) return "a face the boolean made is not valid";
   std::vector<Measures> tools;
   for (PK_BODY_t tool : r.tools) tools.push_back(measure(bodyData(tool).shape));
-  return volumesAgree(r.function, measure(bodyData(r.target).shape), tools, measure(result), r.fuzzy);
+  Measures target = measure(bodyData(r.target).shape), made = measure(result);
+  if (volumesAgree(r.function, target, tools, made, r.fuzzy)) return {};
+  char text[160];
+  std::snprintf(text, sizeof text, "result volume %.12g breaks the invariant (target %.12g, first tool %.12g)",
+                made.volume, target.volume, tools.front().volume);
+  return text;
 }
 
 // Runs OCCT's boolean with this fuzzy value and judges its result (always
@@ -172,7 +190,10 @@ Outcome compute(const Request& r, double fuzzy) {
   op->SetRunParallel(sessionThreads() > 1);
   op->SetUseOBB(true);
   op->Build();
-  if (!op->IsDone() || op->HasErrors()) return out;
+  if (!op->IsDone() || op->HasErrors()) {
+    out.why = "OCCT's boolean reported errors";
+    return out;
+  }
   const TopoDS_Shape& result = op->Shape();
   std::vector<const BodyTopology*> inputs = inputTopologies(r);
   bool empty = !TopExp_Explorer(result, TopAbs_FACE).More();
@@ -182,6 +203,7 @@ Outcome compute(const Request& r, double fuzzy) {
     out.code = r.function == PK_boolean_intersect_c ? PK_boolean_result_no_clash_c
                : r.function == PK_boolean_subtract_c ? PK_boolean_result_no_effect_c
                                                      : PK_boolean_result_failed_c;
+    out.why = "the result is empty";
     return out;
   }
   std::vector<const BodyTopology*> untouched =
@@ -190,7 +212,8 @@ Outcome compute(const Request& r, double fuzzy) {
     out.code = PK_boolean_result_no_clash_c;
     return out;
   }
-  if (!onlySolids(result) || !accepted(r, result, inputs)) return out;
+  out.why = refusal(r, result, inputs);
+  if (!out.why.empty()) return out;
   out.solids = solidsTargetFirst(result, *inputs.front());
   out.history = std::make_unique<ShapeHistory>(op->History(), shapes);
   out.code = PK_boolean_result_success_c;
@@ -208,7 +231,8 @@ void removeTool(PK_BODY_t tool) {
 // further solids become new bodies, the tools go.
 std::vector<PK_BODY_t> apply(const Request& r, const Outcome& out) {
   std::unordered_set<PK_ENTITY_t> used;
-  BodyChange change{out.history.get(), r.tools, &used};
+  Bnd_Box box = resultBox(r);
+  BodyChange change{out.history.get(), r.tools, &used, &box};
   std::vector<BodyData> pieces;
   for (const TopoDS_Shape& solid : out.solids) pieces.push_back(derivedBodyData(r.target, solid, change));
   replaceBodyData(r.target, std::move(pieces[0]));
@@ -237,11 +261,13 @@ PK_boolean_result_t run(const Request& r, std::vector<PK_BODY_t>& bodies) {
     try {
       OCC_CATCH_SIGNALS
       out = compute(r, fuzzy);
-    } catch (const Standard_Failure&) {
+    } catch (const Standard_Failure& failure) {
       out = Outcome{};
+      out.why = std::string("OCCT failed: ") + failure.GetMessageString();
     }
     if (out.code != PK_boolean_result_failed_c) break;
   }
+  if (out.code == PK_boolean_result_failed_c) setLastMessage("boolean failed: " + out.why);
   if (out.code == PK_boolean_result_success_c) bodies = apply(r, out);
   return out.code;
 }
@@ -255,6 +281,7 @@ extern "C" PK_ERROR_code_t PK_BODY_boolean_2(PK_BODY_t target, int n_tools, cons
     requireArg(results);
     *results = PK_boolean_r_t{PK_boolean_result_failed_c, 0, nullptr};
     if (tracking) *tracking = PK_TOPOL_track_r_t{0, nullptr};
+    clearLastMessage();
     Request request = readRequest(target, n_tools, tools, options);
     std::vector<PK_BODY_t> bodies;
     results->result = run(request, bodies);

@@ -9,8 +9,10 @@ namespace meld::kernel {
 ShapeHistory::ShapeHistory(const Handle(BRepTools_History)& history, const std::vector<TopoDS_Shape>& inputs)
     : history_(history) {
   if (history_.IsNull()) return;
+  // Faces and solids only: a split face or solid hands its tag to a piece;
+  // split edges and vertices, far more numerous, are simply new.
   for (const TopoDS_Shape& input : inputs) {
-    for (TopAbs_ShapeEnum type : {TopAbs_SOLID, TopAbs_FACE, TopAbs_EDGE, TopAbs_VERTEX}) {
+    for (TopAbs_ShapeEnum type : {TopAbs_SOLID, TopAbs_FACE}) {
       TopTools_IndexedMapOfShape subs;
       TopExp::MapShapes(input, type, subs);
       for (int i = 1; i <= subs.Extent(); ++i) {

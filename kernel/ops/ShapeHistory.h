@@ -20,7 +20,7 @@ class ShapeHistory {
   // that a piece made from both keeps the target's sub-shape as its origin).
   ShapeHistory(const Handle(BRepTools_History)& history, const std::vector<TopoDS_Shape>& inputs);
 
-  // The old sub-shape a piece was made from (modified), or null.
+  // The old face or solid a piece was made from (modified), or null.
   const TopoDS_TShape* origin(const TopoDS_Shape& piece) const;
   // The old sub-shape's successors: its modified pieces, none when the
   // operation removed it, itself otherwise.

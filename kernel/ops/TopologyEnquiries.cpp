@@ -24,8 +24,17 @@ extern "C" PK_ERROR_code_t PK_BODY_ask_regions(PK_BODY_t body, int* n_regions, P
   return guarded([&] { handOutList(bodyTopology(body).regions, n_regions, regions); });
 }
 
+// In region order: the shells of each region in turn.
 extern "C" PK_ERROR_code_t PK_BODY_ask_shells(PK_BODY_t body, int* n_shells, PK_SHELL_t** shells) {
-  return guarded([&] { handOutList(bodyTopology(body).shells, n_shells, shells); });
+  return guarded([&] {
+    const BodyTopology& topology = bodyTopology(body);
+    std::vector<PK_SHELL_t> ordered;
+    for (PK_REGION_t region : topology.regions) {
+      const std::vector<PK_SHELL_t>& own = topology.find(region)->shells;
+      ordered.insert(ordered.end(), own.begin(), own.end());
+    }
+    handOutList(ordered, n_shells, shells);
+  });
 }
 
 extern "C" PK_ERROR_code_t PK_BODY_ask_faces(PK_BODY_t body, int* n_faces, PK_FACE_t** faces) {

@@ -1,5 +1,6 @@
 #include "BodyTopology.h"
 
+#include <BRepBndLib.hxx>
 #include <BRepClass3d.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopoDS.hxx>
@@ -39,12 +40,22 @@ class Deriver {
       solids.push_back(ex.Current());
     }
     for (const TopoDS_Shape& solid : solids) addSolidShells(solid);
-    for (TopExp_Explorer ex(shape, TopAbs_SHELL, TopAbs_SOLID); ex.More(); ex.Next())
-      addShell(ex.Current(), SubRole::voidSide, infinite_, PK_SHELL_sign_mixed_c);
+    // Shells outside solids (sheets) bound no volume: the infinite region's.
+    for (TopExp_Explorer ex(shape, TopAbs_SHELL); ex.More(); ex.Next())
+      if (topo_->tagOf(ex.Current(), SubRole::solidSide) == PK_ENTITY_null)
+        addShell(ex.Current(), SubRole::voidSide, infinite_, PK_SHELL_sign_mixed_c);
+    // Faces, edges or vertices in no shell (a sheet of loose faces, a wire,
+    // an acorn) make one more shell of the infinite region.
+    if (hasLooseParts(shape)) addShell(shape, SubRole::voidSide, infinite_, PK_SHELL_sign_mixed_c);
     addAll(shape, TopAbs_FACE, PK_CLASS_face, topo_->faces);
     addAll(shape, TopAbs_WIRE, PK_CLASS_loop, topo_->loops);
     addAll(shape, TopAbs_EDGE, PK_CLASS_edge, topo_->edges);
     addAll(shape, TopAbs_VERTEX, PK_CLASS_vertex, topo_->vertices);
+    if (sources_.knownBox) {
+      topo_->box = *sources_.knownBox;
+    } else if (!shape.IsNull()) {
+      BRepBndLib::Add(shape, topo_->box, false);
+    }
     return topo_;
   }
 
@@ -74,6 +85,12 @@ class Deriver {
       addShell(shell, SubRole::voidSide, voidRegion,
                isOuter ? PK_SHELL_sign_negative_c : PK_SHELL_sign_positive_c);
     }
+  }
+
+  static bool hasLooseParts(const TopoDS_Shape& shape) {
+    return TopExp_Explorer(shape, TopAbs_FACE, TopAbs_SHELL).More() ||
+           TopExp_Explorer(shape, TopAbs_EDGE, TopAbs_FACE).More() ||
+           TopExp_Explorer(shape, TopAbs_VERTEX, TopAbs_EDGE).More();
   }
 
   void addShell(const TopoDS_Shape& shell, SubRole side, PK_REGION_t region, PK_SHELL_sign_t sign) {

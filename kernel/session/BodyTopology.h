@@ -13,6 +13,7 @@
 
 #include "pk.h"
 
+#include <Bnd_Box.hxx>
 #include <TopoDS_Shape.hxx>
 #include <TopoDS_TShape.hxx>
 
@@ -62,6 +63,10 @@ struct BodyTopology {
   // In the body's order: regions (infinite first, then solids, then
   // cavities), shells, faces, loops, edges, vertices.
   std::vector<PK_ENTITY_t> regions, shells, faces, loops, edges, vertices;
+  // A box around the body, grown by its tolerances; possibly loose (a
+  // boolean's result keeps the box of its inputs), never too small. It is
+  // what the booleans' cheap no-clash test looks at.
+  Bnd_Box box;
 
   const SubEntity* find(PK_ENTITY_t tag) const;
   PK_ENTITY_t tagOf(const TopoDS_Shape& shape, SubRole role = SubRole::self) const;
@@ -80,6 +85,9 @@ struct TagSources {
   std::unordered_set<PK_ENTITY_t>* used = nullptr;
   std::function<const TopoDS_TShape*(const TopoDS_Shape&)> origin;
   std::function<PK_ENTITY_t()> fresh;
+  // A box known to hold the shape (from the operation's inputs); when there
+  // is none, the shape's own box is computed.
+  const Bnd_Box* knownBox = nullptr;
 };
 
 BodyTopologyPtr deriveTopology(const TopoDS_Shape& shape, const TagSources& sources);

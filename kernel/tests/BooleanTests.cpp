@@ -104,6 +104,9 @@ TEST_F(Booleans, ABodyWithAnOpenShellFailsAndEverythingStaysAsItWas) {
   Outcome out = boolean(target, {tool});
   EXPECT_EQ(out.error, PK_ERROR_no_errors);
   EXPECT_EQ(out.result, PK_boolean_result_failed_c);
+  const char* why = nullptr;
+  ASSERT_EQ(PK_ERROR_ask_last_message(&why), PK_ERROR_no_errors);
+  EXPECT_EQ(std::string(why).rfind("boolean failed: ", 0), 0u) << why;
   EXPECT_TRUE(out.bodies.empty());
   EXPECT_TRUE(isLive(tool));
   EXPECT_EQ(facesOf(target), targetFaces);

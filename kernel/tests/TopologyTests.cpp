@@ -45,6 +45,11 @@ TEST_F(Topology, BlockHasTheSolidViewAndTaggedSubEntities) {
   std::vector<PK_SHELL_t> outside = shellsOf(regions[0]), inside = shellsOf(regions[1]);
   EXPECT_EQ(classOf(inside[0]), PK_CLASS_shell);
 
+  int nShells = 0;
+  PK_SHELL_t* bodyShells = nullptr;
+  ASSERT_EQ(PK_BODY_ask_shells(block, &nShells, &bodyShells), PK_ERROR_no_errors);
+  EXPECT_EQ(taken(nShells, bodyShells), (std::vector<int>{outside[0], inside[0]}));
+
   std::vector<PK_FACE_t> faces = facesOf(block);
   EXPECT_EQ(faces.size(), 6u);
   EXPECT_EQ(edgesOf(block).size(), 12u);
