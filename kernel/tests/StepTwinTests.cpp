@@ -61,7 +61,7 @@ struct StepReaderStatics {
 };
 
 double stepVolume(const std::filesystem::path& file) {
-  StepReaderStatics quiet;
+  [[maybe_unused]] StepReaderStatics quiet;
   STEPControl_Reader reader;
   Interface_Static::SetCVal("xstep.cascade.unit", "M");  // the kernel works in metres
   if (reader.ReadFile(file.string().c_str()) != IFSelect_RetDone) return -1;
