@@ -89,7 +89,7 @@ class Registrar {
   PK_BODY_t makeBody(const model::BodySpec& spec) {
     BodyData data{spec.shape, spec.type, {}, nullptr};
     for (const auto& [shape, attrib] : spec.subshapeAttribs)
-      data.subshapeAttribs.push_back(SubshapeAttrib{shape, m_attdefs.at(attrib.attdef), attrib.fields});
+      data.subshapeAttribs.push_back(SubshapeAttrib{shape, m_attdefs.at(attrib.attdef), attrib.fields, attrib.onGeometry});
     // The region and shell view and the sub-entity tags are part of every
     // body's payload: enquiries hand out tags without changing the table.
     TagSources sources;
