@@ -159,8 +159,9 @@ TEST_F(Booleans, TouchingAlongAFaceCoincidentAndContainedUnitesGiveOneBody) {
 }
 
 TEST_F(Booleans, BlocksWithinTheToleranceOfEachOtherUnite) {
-  // 0.1 micrometre apart: no contact exactly, but well within default_tol.
-  PK_BODY_t target = makeBlock(1, 1, 1), tool = blockAt(1, 1, 1, 1 + 1e-7, 0, 0);
+  // A micrometre apart: beyond the blocks' own tolerances (0.1 micrometre),
+  // well within default_tol.
+  PK_BODY_t target = makeBlock(1, 1, 1), tool = blockAt(1, 1, 1, 1 + 1e-6, 0, 0);
   Outcome out = boolean(target, {tool});
   EXPECT_EQ(out.result, PK_boolean_result_success_c);
   EXPECT_EQ(out.bodies, std::vector<PK_BODY_t>{target});
