@@ -27,7 +27,7 @@ void carryAttribs(const std::vector<PK_BODY_t>& from, const BodyChange& change, 
       for (const TopoDS_Shape& piece : history.successors(attrib.shape)) {
         PK_ENTITY_t tag = data.topology->tagOf(piece);
         if (tag == PK_ENTITY_null) continue;
-        data.subshapeAttribs.push_back(SubshapeAttrib{data.topology->find(tag)->shape, attrib.attdef, attrib.fields});
+        data.subshapeAttribs.push_back(SubshapeAttrib{data.topology->find(tag)->shape, attrib.attdef, attrib.fields, attrib.onGeometry});
       }
     }
   }

@@ -255,17 +255,21 @@ PK_boolean_result_t run(const Request& r, std::vector<PK_BODY_t>& bodies) {
   if (!clash) return PK_boolean_result_no_clash_c;
   // Exact intersection first: a fuzzy value makes OCCT's boolean markedly
   // slower, and most unions do not need it. A result that fails (or would be
-  // refused) is computed again with the fuzzy value asked for.
+  // refused) is computed again with the fuzzy value asked for, and so is "no
+  // clash" (faces may meet only within the tolerance); when that fuzzy run
+  // fails, the exact "no clash" stands.
   Outcome out;
   for (double fuzzy : {0.0, r.fuzzy}) {
+    Outcome attempt;
     try {
       OCC_CATCH_SIGNALS
-      out = compute(r, fuzzy);
+      attempt = compute(r, fuzzy);
     } catch (const Standard_Failure& failure) {
-      out = Outcome{};
-      out.why = std::string("OCCT failed: ") + failure.GetMessageString();
+      attempt.why = std::string("OCCT failed: ") + failure.GetMessageString();
     }
-    if (out.code != PK_boolean_result_failed_c) break;
+    bool keepNoClash = out.code == PK_boolean_result_no_clash_c && attempt.code == PK_boolean_result_failed_c;
+    if (!keepNoClash) out = std::move(attempt);
+    if (out.code != PK_boolean_result_failed_c && out.code != PK_boolean_result_no_clash_c) break;
   }
   if (out.code == PK_boolean_result_failed_c) setLastMessage("boolean failed: " + out.why);
   if (out.code == PK_boolean_result_success_c) bodies = apply(r, out);

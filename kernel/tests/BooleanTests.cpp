@@ -158,6 +158,17 @@ TEST_F(Booleans, TouchingAlongAFaceCoincidentAndContainedUnitesGiveOneBody) {
   }
 }
 
+TEST_F(Booleans, BlocksWithinTheToleranceOfEachOtherUnite) {
+  // A micrometre apart: beyond the blocks' own tolerances (0.1 micrometre),
+  // well within default_tol.
+  PK_BODY_t target = makeBlock(1, 1, 1), tool = blockAt(1, 1, 1, 1 + 1e-6, 0, 0);
+  Outcome out = boolean(target, {tool});
+  EXPECT_EQ(out.result, PK_boolean_result_success_c);
+  EXPECT_EQ(out.bodies, std::vector<PK_BODY_t>{target});
+  EXPECT_FALSE(isLive(tool));
+  EXPECT_NEAR(kernelVolume(target), 2.0, 1e-5);
+}
+
 TEST_F(Booleans, BlocksSharingOnlyAnEdgeStayTwoSolids) {
   PK_BODY_t target = makeBlock(1, 1, 1), tool = blockAt(1, 1, 1, 1, 1, 0);
   Outcome out = boolean(target, {tool});
