@@ -634,7 +634,11 @@ typedef struct PK_PART_receive_o_s {
 
 /* Receives the parts of a transmit file: opens key through ffoprd (guise
  * transmit, the options' format, header skipped), decodes, builds the parts,
- * closes. parts is an array from PK_MEMORY_alloc. */
+ * closes. parts is an array from PK_MEMORY_alloc: the file's one body or
+ * assembly, or each entry of its part list in order. On failure nothing is
+ * created (PK_ERROR_cant_open_file, _bad_part_data, _bad_topology,
+ * _bad_geometry, _unsupported_geometry, _perspective_transf, _no_parts,
+ * _unsupported_part; the words from PK_ERROR_ask_last_message). */
 PK_ERROR_code_t PK_PART_receive(const char* key, const PK_PART_receive_o_t* options,
                                 int* n_parts, PK_PART_t** parts);
 
@@ -654,7 +658,9 @@ typedef struct PK_PART_transmit_o_s {
    (o).transmit_meshes = PK_transmit_meshes_separate_c)
 
 /* Transmits the parts (with the sub-parts of assemblies) under key through
- * ffopwr; on failure the file is closed with the abandon action. */
+ * ffopwr, text or neutral binary; on failure the file is closed with the
+ * abandon action, so that none is left (PK_ERROR_cant_open_file,
+ * PK_ERROR_transmit_failed, PK_ERROR_duplicate_entity). */
 PK_ERROR_code_t PK_PART_transmit(int n_parts, const PK_PART_t* parts, const char* key,
                                  const PK_PART_transmit_o_t* options);
 

@@ -12,6 +12,8 @@
 #include <ShapeAnalysis_Curve.hxx>
 #include <ShapeBuild_ReShape.hxx>
 #include <ShapeFix_Shape.hxx>
+#include <ShapeFix_Shell.hxx>
+#include <ShapeFix_Solid.hxx>
 #include <ShapeFix_Wire.hxx>
 #include <Standard_Failure.hxx>
 #include <TopoDS.hxx>
@@ -390,45 +392,50 @@ BuiltBody BodyBuilder::build(long body) {
   bool anyVertex = false;
   std::vector<long> regions = chain(m_n.ptr(body, "region"), "next", kRegion);
   if (regions.empty()) badTopology(body, "body without regions");
-  for (long region : regions) {
+  for (long region : regions)
     if (m_n.ptr(region, "body") != kNone && m_n.ptr(region, "body") != body)
       badTopology(region, "region of another body");
-    const bool solid = m_n.character(region, "type") == 'S';
-    TopoDS_Solid solidShape;
-    if (solid) builder.MakeSolid(solidShape);
-    for (long shell : chain(m_n.ptr(region, "shell"), "next", kShell)) {
-      if (m_n.ptr(shell, "region") != region) badTopology(shell, "shell names another region");
-      TopoDS_Shell shellShape;
-      builder.MakeShell(shellShape);
-      int faces = 0;
-      // Back faces have the region behind them (their normal points out of it).
-      for (long f : chain(m_n.ptr(shell, "face"), "next", kFace)) {
-        if (!solid && !facesUsed.insert(f).second) continue;
-        facesUsed.insert(f);
-        builder.Add(shellShape, face(f));
-        ++faces;
+  // Solid regions first: their faces are the solids' boundaries. A void region's
+  // shells then add only faces no solid has (sheets), wireframe edges and acorn
+  // vertices; the faces between a solid and the void are not pieces of their own.
+  for (bool solidPass : {true, false}) {
+    for (long region : regions) {
+      const bool solid = m_n.character(region, "type") == 'S';
+      if (solid != solidPass) continue;
+      TopoDS_Solid solidShape;
+      if (solid) builder.MakeSolid(solidShape);
+      for (long shell : chain(m_n.ptr(region, "shell"), "next", kShell)) {
+        if (m_n.ptr(shell, "region") != region) badTopology(shell, "shell names another region");
+        TopoDS_Shell shellShape;
+        builder.MakeShell(shellShape);
+        int faces = 0;
+        // Back faces have the region behind them (their normal points out of it).
+        for (long f : chain(m_n.ptr(shell, "face"), "next", kFace)) {
+          if (!facesUsed.insert(f).second && !solid) continue;
+          builder.Add(shellShape, face(f));
+          ++faces;
+        }
+        for (long f : chain(m_n.ptr(shell, "front_face"), "next_front", kFace)) {
+          if (!facesUsed.insert(f).second && !solid) continue;
+          builder.Add(shellShape, solid ? face(f).Reversed() : face(f));
+          ++faces;
+        }
+        if (faces > 0) {
+          m_topology[shell] = shellShape;
+          if (solid) builder.Add(solidShape, shellShape);
+          else pieces.push_back(shellShape);
+        }
+        for (long e : chain(m_n.ptr(shell, "edge"), "next", kEdge)) pieces.push_back(edge(e).edge);
+        if (long v = m_n.ptr(shell, "vertex"); v != kNone) {
+          pieces.push_back(vertex(v));
+          anyVertex = true;
+        }
       }
-      for (long f : chain(m_n.ptr(shell, "front_face"), "next_front", kFace)) {
-        if (!solid && !facesUsed.insert(f).second) continue;
-        facesUsed.insert(f);
-        builder.Add(shellShape, solid ? face(f).Reversed() : face(f));
-        ++faces;
+      if (solid) {
+        if (solidShape.NbChildren() == 0) badTopology(region, "solid region without a boundary");
+        m_topology[region] = solidShape;
+        pieces.push_back(solidShape);
       }
-      if (faces > 0) {
-        m_topology[shell] = shellShape;
-        if (solid) builder.Add(solidShape, shellShape);
-        else pieces.push_back(shellShape);
-      }
-      for (long e : chain(m_n.ptr(shell, "edge"), "next", kEdge)) pieces.push_back(edge(e).edge);
-      if (long v = m_n.ptr(shell, "vertex"); v != kNone) {
-        pieces.push_back(vertex(v));
-        anyVertex = true;
-      }
-    }
-    if (solid) {
-      if (solidShape.NbChildren() == 0) badTopology(region, "solid region without a boundary");
-      m_topology[region] = solidShape;
-      pieces.push_back(solidShape);
     }
   }
   if (pieces.empty()) badTopology(body, "body without faces, edges or vertices");
@@ -453,6 +460,10 @@ BuiltBody BodyBuilder::build(long body) {
   // Pcurves the file gave keep their period: shifting them onto the base period
   // approximates them again.
   fix->FixWireTool()->FixShiftedMode() = 0;
+  // Faces and shells keep the orientation the file's senses give them: healing
+  // that turned them round would hide a wrong reading of the senses.
+  fix->FixShellTool()->FixOrientationMode() = 0;
+  fix->FixSolidTool()->FixShellOrientationMode() = 0;
   fix->Perform();
   out.shape = fix->Shape();
   Handle(ShapeBuild_ReShape) context = fix->Context();

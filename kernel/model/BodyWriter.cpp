@@ -249,7 +249,9 @@ class BodyWriterImpl {
     if (auto it = m_vertices.find(key(v)); it != m_vertices.end()) return it->second;
     int64_t node = m_sink.add("VERTEX", {{"owner", m_out.body}});
     m_sink.set(node, "node_id", node);
-    m_sink.set(node, "point", m_geometry.point(BRep_Tool::Pnt(v), node));
+    int64_t point = m_geometry.point(BRep_Tool::Pnt(v), node);
+    m_sink.set(node, "point", point);
+    m_out.geometry[key(v)] = point;
     double tol = BRep_Tool::Tolerance(v);
     if (tol > kAccurate) m_sink.set(node, "tolerance", tol);
     m_vertices.emplace(key(v), node);
@@ -286,8 +288,10 @@ class BodyWriterImpl {
       // vertices are, so the parameters must be said.
       int64_t basisNode = m_geometry.curve(c, first, last, 0);
       m_sink.set(info.node, "curve", m_geometry.trimmed(basisNode, first, last, c->Value(first), c->Value(last), info.node));
+      m_out.geometry[key(e)] = basisNode;
     } else {
-      m_sink.set(info.node, "curve", m_geometry.curve(c, first, last, info.node));
+      m_out.geometry[key(e)] = m_geometry.curve(c, first, last, info.node);
+      m_sink.set(info.node, "curve", m_out.geometry[key(e)]);
     }
     info.start = vertexNode(vf);
     info.end = vertexNode(vl);
@@ -316,6 +320,7 @@ class BodyWriterImpl {
     GeometryWriter::Surface s = m_geometry.surface(surface, node);
     m_faceSurface = s;
     m_sink.set(node, "surface", s.node);
+    m_out.geometry[key(f)] = s.node;
     const bool forward = f.Orientation() != TopAbs_REVERSED;
     m_sink.set(node, "sense", sense(forward != s.reversesNormal));
 

@@ -19,6 +19,8 @@ struct WrittenBody {
   // The node each sub-shape became (faces, edges, vertices, wires as loops,
   // shells, solids as their regions), by TShape: attributes find their owner here.
   std::unordered_map<const void*, int64_t> nodes;
+  // The surface, curve or point node written for a face, edge or vertex.
+  std::unordered_map<const void*, int64_t> geometry;
 };
 
 // Throws ModelError when the shape holds something the format cannot carry.

@@ -34,21 +34,27 @@ class NodeAccess {
   explicit NodeAccess(const xt::Graph& graph) : m_graph(graph) {}
 
   const xt::Graph& graph() const { return m_graph; }
-  int type(long node) const { return m_graph.nodes()[static_cast<size_t>(node)].type; }
-  int64_t index(long node) const { return m_graph.nodes()[static_cast<size_t>(node)].index; }
-  std::string typeName(long node) const { return m_graph.nodes()[static_cast<size_t>(node)].layout->name; }
+  // A node position that is not in the graph (a null pointer followed) is bad data.
+  const xt::Graph::Node& node(long node) const {
+    if (node < 0 || static_cast<size_t>(node) >= m_graph.size())
+      throw ModelError(PK_ERROR_bad_topology, "a required pointer is null or leads nowhere");
+    return m_graph.nodes()[static_cast<size_t>(node)];
+  }
+  int type(long n) const { return node(n).type; }
+  int64_t index(long n) const { return node(n).index; }
+  std::string typeName(long n) const { return node(n).layout->name; }
   // "FACE node 42": how messages name a node.
   std::string describe(long node) const { return typeName(node) + " node " + std::to_string(index(node)); }
 
-  bool has(long node, std::string_view field) const { return m_graph.field(static_cast<size_t>(node), field).def; }
+  bool has(long node, std::string_view field) const { return view(node, field).def; }
   // The node a pointer field names, or kNone when it is null (or the field absent).
   long ptr(long node, std::string_view field, size_t element = 0) const {
-    xt::FieldView view = m_graph.field(static_cast<size_t>(node), field);
+    xt::FieldView view = this->view(node, field);
     if (!view.def || element >= view.ints.size() || view.ints[element] == 0) return kNone;
     return m_graph.find(view.ints[element]);
   }
   int64_t integer(long node, std::string_view field, int64_t fallback = 0) const {
-    xt::FieldView view = m_graph.field(static_cast<size_t>(node), field);
+    xt::FieldView view = this->view(node, field);
     return view.def && !view.ints.empty() ? view.ints[0] : fallback;
   }
   char character(long node, std::string_view field) const {
@@ -56,23 +62,24 @@ class NodeAccess {
   }
   // A real field; NaN when null or absent.
   double real(long node, std::string_view field, size_t element = 0) const {
-    xt::FieldView view = m_graph.field(static_cast<size_t>(node), field);
+    xt::FieldView view = this->view(node, field);
     if (!view.def || element >= view.reals.size() || view.reals[element] == xt::kNullReal) return nan();
     return view.reals[element];
   }
   bool isNull(long node, std::string_view field) const {
-    xt::FieldView view = m_graph.field(static_cast<size_t>(node), field);
+    xt::FieldView view = this->view(node, field);
     return !view.def || view.isNull();
   }
   gp_Vec vec(long node, std::string_view field) const {
-    xt::FieldView view = m_graph.field(static_cast<size_t>(node), field);
+    xt::FieldView view = this->view(node, field);
     if (!view.def || view.reals.size() < 3 || view.isNull())
       throw ModelError(PK_ERROR_bad_geometry, describe(node) + ": field " + std::string(field) + " is null");
     return gp_Vec(view.reals[0], view.reals[1], view.reals[2]);
   }
   gp_Pnt pnt(long node, std::string_view field) const { return gp_Pnt(vec(node, field).XYZ()); }
-  xt::FieldView view(long node, std::string_view field) const {
-    return m_graph.field(static_cast<size_t>(node), field);
+  xt::FieldView view(long n, std::string_view field) const {
+    node(n);
+    return m_graph.field(static_cast<size_t>(n), field);
   }
   // A pointer that must be there and lead to a node of one of the given types.
   long require(long node, std::string_view field, PK_ERROR_code_t code) const {

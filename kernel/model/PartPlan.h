@@ -25,6 +25,7 @@ struct AttdefSpec {
 struct AttribSpec {
   size_t attdef = 0;  // into PartPlan::attdefs
   std::vector<AttribValue> fields;
+  bool onGeometry = false;  // on the geometry of the sub-shape it is kept with
 };
 
 struct PartRef {
@@ -55,7 +56,7 @@ struct PartPlan {
   std::vector<BodySpec> bodies;
   std::vector<AssemblySpec> assemblies;
   std::vector<PartRef> roots;  // what the file transmits, in order
-  // Attributes the plan could not place (owners that are geometry or features).
+  // Attributes the plan could not place (features, geometry no topology uses).
   int attributesDropped = 0;
 };
 

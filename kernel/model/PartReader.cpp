@@ -5,6 +5,7 @@
 #include "PartPlan.h"
 
 #include <Standard_Failure.hxx>
+#include <TopExp_Explorer.hxx>
 #include <TopoDS_Iterator.hxx>
 
 #include <cmath>
@@ -201,6 +202,41 @@ class PartReader {
     return spec;
   }
 
+  // The face, edge or vertex whose geometry a surface, curve or point is (its
+  // owner field), or kNone.
+  long geometryUser(long geometry) const {
+    const int type = m_n.type(geometry);
+    if (type == kPoint || (type >= kLine && type <= kIntersection) || (type >= kPlane && type <= kSpunSurf) ||
+        type == kBSurface || type == kBCurve || type == kTrimmedCurve || type == kSpCurve || type == kPeSurf ||
+        type == kPeCurve) {
+      long user = m_n.ptr(geometry, "owner");
+      if (user != kNone && (m_n.type(user) == kFace || m_n.type(user) == kEdge || m_n.type(user) == kVertex))
+        return user;
+    }
+    return kNone;
+  }
+
+  // An attribute on a sub-shape; when healing replaced that sub-shape by several
+  // (an edge split in two), each of them carries it.
+  void onSubshape(long topology, const std::pair<size_t, TopoDS_Shape>& where, AttribSpec spec) {
+    TopAbs_ShapeEnum expected = TopAbs_SHAPE;
+    switch (m_n.type(topology)) {
+      case kFace: expected = TopAbs_FACE; break;
+      case kEdge: expected = TopAbs_EDGE; break;
+      case kVertex: expected = TopAbs_VERTEX; break;
+      case kLoop: expected = TopAbs_WIRE; break;
+      case kShell: expected = TopAbs_SHELL; break;
+      case kRegion: expected = TopAbs_SOLID; break;
+      default: break;
+    }
+    auto& list = m_plan.bodies[where.first].subshapeAttribs;
+    if (expected == TopAbs_SHAPE || where.second.ShapeType() == expected) {
+      list.emplace_back(where.second, std::move(spec));
+      return;
+    }
+    for (TopExp_Explorer piece(where.second, expected); piece.More(); piece.Next()) list.emplace_back(piece.Current(), spec);
+  }
+
   void readAttributes() {
     const auto& nodes = m_n.graph().nodes();
     for (size_t i = 0; i < nodes.size(); ++i) {
@@ -217,8 +253,11 @@ class PartReader {
         AttribSpec spec = attrib(node);
         m_plan.assemblies[inst->second.first].instances[inst->second.second].attribs.push_back(std::move(spec));
       } else if (auto sub = m_subshapes.find(owner); sub != m_subshapes.end()) {
+        onSubshape(owner, sub->second, attrib(node));
+      } else if (auto user = m_subshapes.find(geometryUser(owner)); user != m_subshapes.end()) {
         AttribSpec spec = attrib(node);
-        m_plan.bodies[sub->second.first].subshapeAttribs.emplace_back(sub->second.second, std::move(spec));
+        spec.onGeometry = true;
+        onSubshape(geometryUser(owner), user->second, std::move(spec));
       } else {
         ++m_plan.attributesDropped;
       }

@@ -89,7 +89,7 @@ class Registrar {
   PK_BODY_t makeBody(const model::BodySpec& spec) {
     BodyData data{spec.shape, spec.type, {}};
     for (const auto& [shape, attrib] : spec.subshapeAttribs)
-      data.subshapeAttribs.push_back(SubshapeAttrib{shape, m_attdefs.at(attrib.attdef), attrib.fields});
+      data.subshapeAttribs.push_back(SubshapeAttrib{shape, m_attdefs.at(attrib.attdef), attrib.fields, attrib.onGeometry});
     PK_BODY_t body = create(Record{PK_CLASS_body, PK_ENTITY_null, PK_ENTITY_null, makePayload(std::move(data))});
     attach(body, spec.attribs);
     return body;

@@ -51,8 +51,9 @@ class PartWriter {
     model::WrittenBody written = model::writeBody(m_sink, data.shape);
     attributesOf(body, written.body);
     for (const SubshapeAttrib& a : data.subshapeAttribs) {
-      auto it = written.nodes.find(a.shape.TShape().get());
-      if (it != written.nodes.end()) attribute(it->second, a.attdef, a.fields);
+      const auto& nodes = a.onGeometry ? written.geometry : written.nodes;
+      auto it = nodes.find(a.shape.TShape().get());
+      if (it != nodes.end()) attribute(it->second, a.attdef, a.fields);
     }
     return written.body;
   }

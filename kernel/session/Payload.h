@@ -25,10 +25,13 @@ using AttribValue = std::variant<std::monostate, std::string, std::u16string, st
 
 // An attribute on a face, edge, vertex, loop, shell or solid of a body: these
 // are not entities of the table, so the body carries them with the sub-shape.
+// onGeometry: the file had it on the sub-shape's geometry (the surface of a
+// face, the curve of an edge, the point of a vertex), where it is written back.
 struct SubshapeAttrib {
   TopoDS_Shape shape;
   PK_ATTDEF_t attdef = PK_ENTITY_null;
   std::vector<AttribValue> fields;
+  bool onGeometry = false;
 };
 
 struct BodyData {

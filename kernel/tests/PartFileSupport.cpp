@@ -2,6 +2,7 @@
 
 #include "TestSupport.h"
 #include "ops/Bodies.h"
+#include "session/Session.h"
 
 #include <BRepCheck_Analyzer.hxx>
 #include <BRepGProp.hxx>
@@ -89,6 +90,9 @@ BodySummary summarise(PK_BODY_t body) {
   BRepGProp::VolumeProperties(shape, props, 1e-9);
   s.volume = props.Mass();
   s.valid = BRepCheck_Analyzer(shape).IsValid();
+  const auto& table = meld::kernel::session().table;
+  for (PK_ENTITY_t tag : table.ownedBy(body)) s.attributes += table.get(tag).cls == PK_CLASS_attrib;
+  s.attributes += static_cast<int>(meld::kernel::bodyData(body).subshapeAttribs.size());
   PK_ATTDEF_t nameDef = 0, unameDef = 0, colourDef = 0;
   PK_ATTDEF_find("SDL/TYSA_NAME", &nameDef);
   PK_ATTDEF_find("SDL/TYSA_UNAME", &unameDef);

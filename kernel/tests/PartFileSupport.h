@@ -33,6 +33,7 @@ struct BodySummary {
   bool valid = false;
   std::string name;            // SDL/TYSA_NAME, or the Unicode name as UTF-8-ish ASCII
   std::vector<double> colour;  // SDL/TYSA_COLOUR
+  int attributes = 0;          // on the body and on its faces, edges, ... and their geometry
 };
 BodySummary summarise(PK_BODY_t body);
 

@@ -48,6 +48,7 @@ void expectSameBodies(const std::vector<BodySummary>& before, const std::vector<
         << before[i].volume << " became " << after[i].volume;
     EXPECT_EQ(before[i].name, after[i].name);
     EXPECT_EQ(before[i].colour, after[i].colour);
+    EXPECT_EQ(before[i].attributes, after[i].attributes);
     EXPECT_EQ(before[i].valid, after[i].valid);
   }
 }

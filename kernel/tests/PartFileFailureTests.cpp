@@ -1,0 +1,120 @@
+// What receive and transmit do with what they cannot handle: procedural
+// geometry, undecodable or inconsistent data, perspective transforms, a
+// frustrum that fails. The session keeps exactly its entities; no file is left.
+#include "PartFileSupport.h"
+
+#include "Codec.h"
+#include "TestSupport.h"
+#include "model/BodyWriter.h"
+#include "session/Session.h"
+
+#include <BRepPrimAPI_MakeBox.hxx>
+
+namespace kerneltest {
+namespace {
+
+using PartFileFailures = KernelSession;
+
+size_t entityCount() { return meld::kernel::session().table.size(); }
+
+// A file made of nodes: a block body, optionally under an assembly whose instance
+// has a transform with these perspective terms.
+std::string blockFile(bool withPerspective) {
+  meld::model::GraphSink sink;
+  meld::model::WrittenBody body = meld::model::writeBody(sink, BRepPrimAPI_MakeBox(1.0, 2.0, 3.0).Shape());
+  int64_t root = body.body;
+  if (withPerspective) {
+    int64_t assembly = sink.add("ASSEMBLY", {{"res_size", 1000.0}, {"res_linear", 1e-8}, {"type", int64_t{1}}});
+    int64_t instance = sink.add("INSTANCE", {{"node_id", int64_t{900}}, {"type", int64_t{1}}, {"part", body.body},
+                                             {"assembly", assembly}});
+    int64_t transform = sink.add("TRANSFORM", {{"owner", instance}, {"rotation_matrix", std::vector<double>{1, 0, 0, 0, 1, 0, 0, 0, 1}},
+                                               {"translation_vector", gp_XYZ(0, 0, 0)}, {"scale", 1.0},
+                                               {"perspective_vector", gp_XYZ(0, 0, 0.5)}});
+    sink.set(instance, "transform", transform);
+    sink.set(assembly, "sub_instance", instance);
+    root = assembly;
+  }
+  return meld::xt::encode(sink.build(root));
+}
+
+TEST_F(PartFileFailures, ProceduralGeometryIsRefusedNamingTheNodeAndLeavesNothing) {
+  MELD_REQUIRE_CORPUS(corpus);
+  int refused = 0;
+  for (const CensusRow& row : readCensus(corpus)) {
+    if (!row.procedural) continue;
+    SCOPED_TRACE(row.file);
+    putPartFile(row.file, meldtest::readFile(corpus / row.file));
+    const size_t before = entityCount();
+    std::vector<PK_PART_t> parts;
+    PK_ERROR_code_t code = receive(row.file, &parts);
+    if (code == PK_ERROR_no_errors) continue;  // its bodies needed no procedural converter
+    EXPECT_EQ(code, PK_ERROR_unsupported_geometry);
+    EXPECT_TRUE(parts.empty());
+    EXPECT_EQ(entityCount(), before);
+    const std::string message = lastMessage();
+    EXPECT_TRUE(message.find("INTERSECTION node ") != std::string::npos ||
+                message.find("BLENDED_EDGE node ") != std::string::npos ||
+                message.find("BLEND_BOUND node ") != std::string::npos || message.find("PE_") != std::string::npos)
+        << message;
+    ++refused;
+  }
+  EXPECT_GT(refused, 0);
+}
+
+TEST_F(PartFileFailures, BadDataGivesItsCodeAndMessageAndLeavesTheSessionAsItWas) {
+  std::vector<PK_PART_t> parts;
+  const size_t before = entityCount();
+
+  EXPECT_EQ(receive("nowhere", &parts), PK_ERROR_cant_open_file);
+  EXPECT_NE(lastMessage().find("nowhere"), std::string::npos);
+
+  const std::string good = blockFile(false);
+  putPartFile("cut", good.substr(0, good.size() / 2));
+  EXPECT_EQ(receive("cut", &parts), PK_ERROR_bad_part_data);
+  EXPECT_NE(lastMessage().find("cannot decode"), std::string::npos) << lastMessage();
+
+  putPartFile("perspective", blockFile(true));
+  EXPECT_EQ(receive("perspective", &parts), PK_ERROR_perspective_transf);
+  EXPECT_NE(lastMessage().find("TRANSFORM node"), std::string::npos) << lastMessage();
+
+  // A region chain that leads to a face: the builder stops there.
+  meld::model::GraphSink sink;
+  meld::model::WrittenBody body = meld::model::writeBody(sink, BRepPrimAPI_MakeBox(1.0, 1.0, 1.0).Shape());
+  int64_t face = sink.add("FACE", {{"node_id", int64_t{999}}});
+  sink.set(body.body, "region", face);
+  putPartFile("tangled", meld::xt::encode(sink.build(body.body)));
+  EXPECT_EQ(receive("tangled", &parts), PK_ERROR_bad_topology);
+  EXPECT_NE(lastMessage().find("FACE node"), std::string::npos) << lastMessage();
+
+  EXPECT_TRUE(parts.empty());
+  EXPECT_EQ(entityCount(), before);
+
+  putPartFile("good", good);
+  ASSERT_EQ(receive("good", &parts), PK_ERROR_no_errors);
+  EXPECT_EQ(lastMessage(), "");
+  ASSERT_EQ(parts.size(), 1u);
+  EXPECT_NEAR(volumeOf(parts[0]), 6.0, 1e-9);
+}
+
+TEST_F(PartFileFailures, AFailedTransmitLeavesNoFile) {
+  PK_BODY_t block = makeBlock(1, 1, 1);
+  frustrumLog().failWriteNumber = frustrumLog().writes + 3;
+  EXPECT_EQ(transmit({block}, "broken"), PK_ERROR_transmit_failed);
+  EXPECT_FALSE(hasPartFile("broken"));
+  EXPECT_NE(lastMessage().find("no file is left"), std::string::npos);
+
+  frustrumLog().failWriteNumber = 0;
+  frustrumLog().failOpenWrite = true;
+  EXPECT_EQ(transmit({block}, "refused"), PK_ERROR_cant_open_file);
+  EXPECT_FALSE(hasPartFile("refused"));
+
+  frustrumLog().failOpenWrite = false;
+  EXPECT_EQ(transmit({block, block}, "twice"), PK_ERROR_duplicate_entity);
+  EXPECT_EQ(transmit({PK_ENTITY_null}, "nothing"), PK_ERROR_not_an_entity);
+  EXPECT_FALSE(hasPartFile("twice"));
+  EXPECT_EQ(transmit({block}, "fine"), PK_ERROR_no_errors);
+  EXPECT_EQ(frustrumLog().part2["4:fine"], "SCH=SCH_3400000_34000;USFLD_SIZE=0;");
+}
+
+}  // namespace
+}  // namespace kerneltest
