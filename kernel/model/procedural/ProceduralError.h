@@ -1,6 +1,7 @@
-// Failures of the procedural-geometry converters. The message always names the
-// node (type and index) whose geometry could not be made, and why, so that a
-// refused body says which entity of the file stopped it.
+// Failures of the procedural-geometry evaluators and fits: what went wrong and
+// where on the curve or surface. They know no nodes; the graph side
+// (Evaluators, Procedural.cpp) turns them into a ModelError that names the node
+// type and index, so that a refused body says which entity of the file stopped it.
 #pragma once
 
 #include <stdexcept>
