@@ -1,15 +1,18 @@
 #!/usr/bin/env bash
-# The demo job: shows the XT codec at work on the shipped samples (until the
-# driver exists). Run from anywhere after a build; BUILD_DIR names the build tree
-# (default: build). Exits non-zero when any step fails.
+# The demo job: runs MeldSolids on the shipped samples as a user would and shows
+# what it wrote. Run from anywhere after a build; BUILD_DIR names the build tree
+# (default: build). The runs happen in $BUILD_DIR/demo/. Exits non-zero when any
+# step fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+root="$PWD"
 
 BUILD_DIR="${BUILD_DIR:-build}"
-DUMP="$BUILD_DIR/kernel/xt/xt-dump"
-MAKE_SAMPLES="$BUILD_DIR/kernel/xt/xt-make-samples"
+MELD="$root/$BUILD_DIR/meld-solids/meld-solids"
+INSPECT="$root/$BUILD_DIR/tools/xt-inspect"
+MAKE_SAMPLES="$root/$BUILD_DIR/kernel/xt/xt-make-samples"
 
-for tool in "$DUMP" "$MAKE_SAMPLES"; do
+for tool in "$MELD" "$INSPECT" "$MAKE_SAMPLES"; do
   if [[ ! -x "$tool" ]]; then
     echo "demo: $tool is missing; build first (cmake --build $BUILD_DIR)" >&2
     exit 1
@@ -17,21 +20,38 @@ for tool in "$DUMP" "$MAKE_SAMPLES"; do
 done
 
 headline() { printf '\n== %s\n' "$*"; }
+work="$root/$BUILD_DIR/demo"
+rm -rf "$work"
+mkdir -p "$work"
+cd "$work"
 
-headline "1. What samples/two_blocks.x_t holds (two overlapping 10 mm cubes, one file)"
-"$DUMP" --summary samples/two_blocks.x_t
+headline "1. What samples/overlapping_solids.x_t holds (three overlapping cubes in one assembly)"
+"$INSPECT" "$root/samples/overlapping_solids.x_t"
 
-headline "2. Decoding the binary sample samples/block.x_b"
-"$DUMP" --summary samples/block.x_b | grep -E '^(format|schema key|nodes|dangling):|^  (BODY|FACE|EDGE|VERTEX) '
+headline "2. Uniting them: meld-solids -i<sample> -ounited.x_t -lrun.log (VTDBG=1 for detail)"
+status=0
+VTDBG=1 "$MELD" -i"$root/samples/overlapping_solids.x_t" -ounited.x_t -lrun.log || status=$?
+echo "exit code: $status"
+echo "result:    $work/united.x_t"
+echo "log:       $work/run.log"
+sed 's/^/  | /' run.log
+[[ $status == 0 ]] || { echo "demo: the one-file job failed" >&2; exit 1; }
 
-headline "3. Writing the samples again and comparing them with the shipped ones"
+headline "3. What the result holds"
+"$INSPECT" united.x_t
+
+headline "4. Two files: the plate minus the drill (-p1), written as binary"
+"$MELD" -i"$root/samples/target_block.x_t" -j"$root/samples/tool_cylinder.x_t" -ocut.x_b -p1 -lcut.log
+echo "result:    $work/cut.x_b"
+"$INSPECT" cut.x_b
+
+headline "5. The codec's samples are still written byte for byte"
 scratch="$(mktemp -d)"
 trap 'rm -rf "$scratch"' EXIT
 "$MAKE_SAMPLES" "$scratch" > /dev/null
-status=0
 for fresh in "$scratch"/*; do
   name="$(basename "$fresh")"
-  if cmp -s "samples/$name" "$fresh"; then
+  if cmp -s "$root/samples/$name" "$fresh"; then
     echo "  $name: identical"
   else
     echo "  $name: DIFFERS from what xt-make-samples writes now (rerun: $MAKE_SAMPLES samples)"
@@ -39,5 +59,5 @@ for fresh in "$scratch"/*; do
   fi
 done
 
-headline "Demo $([[ $status == 0 ]] && echo finished: the codec reads and rewrites every sample exactly || echo FAILED)"
+headline "Demo $([[ $status == 0 ]] && echo "finished: results are in $work" || echo FAILED)"
 exit "$status"

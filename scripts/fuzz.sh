@@ -1,5 +1,6 @@
 #!/bin/sh
-# Runs the XT decoder fuzzer for FUZZ_SECONDS (default 60) in its own clang build,
+# Runs the XT decoder fuzzer and the whole-receive fuzzer (PK_PART_receive: codec,
+# model layer, OCCT) for FUZZ_SECONDS each (default 60) in their own clang build,
 # seeded from a few small real files and the codec's own test samples.
 # Exits non-zero when the fuzzer finds a crash, a leak or a sanitizer report (UBSan included).
 set -eu
@@ -10,7 +11,7 @@ corpus_src=${MELD_CORPUS_DIR:-$root/../shared/corpus}
 
 CC=clang CXX=clang++ cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DMELD_BUILD_FUZZERS=ON -DMELD_BUILD_TESTS=OFF >/dev/null
-cmake --build "$build" --target xt_decode_fuzzer -j"${FUZZ_JOBS:-2}"
+cmake --build "$build" --target xt_decode_fuzzer part_receive_fuzzer -j"${FUZZ_JOBS:-2}"
 
 seeds="$build/fuzz-seeds"
 work="$build/fuzz-corpus"
@@ -40,5 +41,9 @@ fi
 # Any UBSan report stops the run with a failure, also from the libraries, which are
 # built with the sanitizer's default of reporting and going on.
 export UBSAN_OPTIONS="${UBSAN_OPTIONS:+$UBSAN_OPTIONS:}halt_on_error=1:print_stacktrace=1"
-"$build/fuzz/xt_decode_fuzzer" -max_total_time="$seconds" -max_len=65536 -timeout=10 \
-  -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$build/" $seed_option "$work" "$seeds"
+for target in xt_decode_fuzzer part_receive_fuzzer; do
+  mkdir -p "$work/$target"
+  echo "=== $target"
+  "$build/fuzz/$target" -max_total_time="$seconds" -max_len=65536 -timeout=10 \
+    -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$build/$target-" $seed_option "$work/$target" "$seeds"
+done

@@ -258,6 +258,14 @@ typedef unsigned short PK_UCHAR_t;
 #define PK_ATTRIB_field_real_c 8002
 #define PK_ATTRIB_field_string_c 8003
 #define PK_ATTRIB_field_ustring_c 8004
+/* Field types part files carry besides those: three doubles per value for
+ * positions, vectors, directions and axes, integers for tags and pointers. */
+#define PK_ATTRIB_field_coordinate_c 6110
+#define PK_ATTRIB_field_vector_c 6111
+#define PK_ATTRIB_field_direction_c 6112
+#define PK_ATTRIB_field_axis_c 6113
+#define PK_ATTRIB_field_tag_c 6114
+#define PK_ATTRIB_field_pointer_c 6115
 
 /* ---------------------------------------------------------------------------
  * Error codes
@@ -291,6 +299,24 @@ typedef unsigned short PK_UCHAR_t;
 #define PK_ERROR_bad_transf 6019             /* transform matrix refused */
 #define PK_ERROR_duplicate_entity 6020       /* an entity given twice */
 #define PK_ERROR_bad_name 6021               /* empty or overlong name */
+
+/* Part files and the model layer (PK_PART_receive / PK_PART_transmit). The
+ * message of the last such failure: PK_ERROR_ask_last_message. */
+#define PK_ERROR_cant_open_file 6100         /* the frustrum could not open the key */
+#define PK_ERROR_bad_part_data 6101          /* the stream does not decode */
+#define PK_ERROR_bad_topology 6102           /* dangling or inconsistent topology */
+#define PK_ERROR_bad_geometry 6103           /* geometry that cannot be built */
+#define PK_ERROR_unsupported_geometry 6104   /* geometry with no converter (procedural) */
+#define PK_ERROR_perspective_transf 6105     /* a transform with perspective terms */
+#define PK_ERROR_no_parts 6106               /* the file holds no body or assembly */
+#define PK_ERROR_transmit_failed 6107        /* writing the file failed; no file is left */
+#define PK_ERROR_unsupported_part 6108       /* a part this kernel cannot build or write */
+
+/* The words that go with the last failure of PK_PART_receive or
+ * PK_PART_transmit (naming the node, field or file where it stopped); empty
+ * after a success. The text is owned by the kernel and stays valid until the
+ * next such call. */
+PK_ERROR_code_t PK_ERROR_ask_last_message(const char** message);
 
 /* ---------------------------------------------------------------------------
  * Session
@@ -583,6 +609,15 @@ PK_ERROR_code_t PK_ENTITY_ask_first_attrib(PK_ENTITY_t entity, PK_ATTDEF_t attde
  * by the kernel and stays valid until the attribute changes or the session stops. */
 PK_ERROR_code_t PK_ATTRIB_ask_string(PK_ATTRIB_t attrib, int field_index, char** string);
 PK_ERROR_code_t PK_ATTRIB_ask_ustring(PK_ATTRIB_t attrib, int field_index, PK_UCHAR_t** ustring);
+/* Numeric fields: a real field (and the position, vector, direction and axis
+ * fields, three doubles per value) holds doubles, an integer field (and tag and
+ * pointer fields) ints; a colour is one real field of three values. The asks
+ * hand out an array from PK_MEMORY_alloc (NULL when the field is empty);
+ * PK_ERROR_bad_field when the field is of another type. */
+PK_ERROR_code_t PK_ATTRIB_ask_doubles(PK_ATTRIB_t attrib, int field_index, int* n_doubles, double** doubles);
+PK_ERROR_code_t PK_ATTRIB_ask_ints(PK_ATTRIB_t attrib, int field_index, int* n_ints, int** ints);
+PK_ERROR_code_t PK_ATTRIB_set_doubles(PK_ATTRIB_t attrib, int field_index, int n_doubles, const double* doubles);
+PK_ERROR_code_t PK_ATTRIB_set_ints(PK_ATTRIB_t attrib, int field_index, int n_ints, const int* ints);
 
 /* ---------------------------------------------------------------------------
  * Part files (implemented by the XT codec)
@@ -599,7 +634,11 @@ typedef struct PK_PART_receive_o_s {
 
 /* Receives the parts of a transmit file: opens key through ffoprd (guise
  * transmit, the options' format, header skipped), decodes, builds the parts,
- * closes. parts is an array from PK_MEMORY_alloc. */
+ * closes. parts is an array from PK_MEMORY_alloc: the file's one body or
+ * assembly, or each entry of its part list in order. On failure nothing is
+ * created (PK_ERROR_cant_open_file, _bad_part_data, _bad_topology,
+ * _bad_geometry, _unsupported_geometry, _perspective_transf, _no_parts,
+ * _unsupported_part; the words from PK_ERROR_ask_last_message). */
 PK_ERROR_code_t PK_PART_receive(const char* key, const PK_PART_receive_o_t* options,
                                 int* n_parts, PK_PART_t** parts);
 
@@ -619,7 +658,9 @@ typedef struct PK_PART_transmit_o_s {
    (o).transmit_meshes = PK_transmit_meshes_separate_c)
 
 /* Transmits the parts (with the sub-parts of assemblies) under key through
- * ffopwr; on failure the file is closed with the abandon action. */
+ * ffopwr, text or neutral binary; on failure the file is closed with the
+ * abandon action, so that none is left (PK_ERROR_cant_open_file,
+ * PK_ERROR_transmit_failed, PK_ERROR_duplicate_entity). */
 PK_ERROR_code_t PK_PART_transmit(int n_parts, const PK_PART_t* parts, const char* key,
                                  const PK_PART_transmit_o_t* options);
 
@@ -655,7 +696,8 @@ typedef struct PK_boolean_r_s {
 /* Unites, subtracts or intersects the target with the tools. On success the
  * target keeps its tag and gets the new shape, the tools stop existing, and
  * results lists the resulting bodies (the target first). No clash changes
- * nothing (21651); a failure leaves every body as it was (21653). */
+ * nothing (21651); a failure leaves every body as it was (21653), and
+ * PK_ERROR_ask_last_message then says why. */
 PK_ERROR_code_t PK_BODY_boolean_2(PK_BODY_t target, int n_tools, const PK_BODY_t* tools,
                                   const PK_BODY_boolean_o_t* options,
                                   PK_TOPOL_track_r_t* tracking, PK_boolean_r_t* results);
@@ -677,8 +719,96 @@ PK_ERROR_code_t PK_REGION_is_solid(PK_REGION_t region, PK_LOGICAL_t* is_solid);
 PK_ERROR_code_t PK_SHELL_find_sign(PK_SHELL_t shell, PK_SHELL_sign_t* sign);
 PK_ERROR_code_t PK_SHELL_ask_oriented_faces(PK_SHELL_t shell, int* n_faces, PK_FACE_t** faces,
                                             PK_LOGICAL_t** orients);
-/* Deletes faces: whole shells directly, other sets healing their neighbours as
- * heal_action says. */
+/* All shells of the body, in region order (for each region its shells). */
+PK_ERROR_code_t PK_BODY_ask_shells(PK_BODY_t body, int* n_shells, PK_SHELL_t** shells);
+PK_ERROR_code_t PK_BODY_ask_edges(PK_BODY_t body, int* n_edges, PK_EDGE_t** edges);
+PK_ERROR_code_t PK_BODY_ask_vertices(PK_BODY_t body, int* n_vertices, PK_VERTEX_t** vertices);
+
+/* Mass properties. */
+typedef int PK_mass_t;
+typedef int PK_mass_periphery_t;
+#define PK_mass_no_c 6220     /* amount only */
+#define PK_mass_mass_c 6221   /* amount and mass */
+#define PK_mass_c_of_g_c 6222 /* and the centre of gravity */
+#define PK_mass_m_of_i_c 6223 /* and the moment of inertia */
+#define PK_mass_periphery_no_c 6224
+#define PK_mass_periphery_yes_c 6225
+
+typedef struct PK_TOPOL_eval_mass_props_o_s {
+  int o_t_version;               /* version of this record */
+  PK_mass_t mass;                /* what to compute besides the amount (PK_mass_m_of_i_c) */
+  PK_mass_periphery_t periphery; /* (PK_mass_periphery_yes_c) */
+} PK_TOPOL_eval_mass_props_o_t;
+#define PK_TOPOL_eval_mass_props_o_m(o) \
+  ((o).o_t_version = 1, (o).mass = PK_mass_m_of_i_c, (o).periphery = PK_mass_periphery_yes_c)
+
+#define PK_ERROR_bad_accuracy 6201   /* accuracy outside 0..1 */
+#define PK_ERROR_different_types 6202 /* topols of different classes or body types */
+#define PK_ERROR_mass_eq_0 6203      /* the amount is zero */
+
+/* Mass properties of bodies, regions, faces or edges, all of one kind, added
+ * up: amount is the volume of solid bodies and regions (void regions other
+ * than the infinite one: the volume they enclose), the area of sheet bodies
+ * and faces, the length of wire bodies and edges; mass is the amount (unit
+ * density); c_of_g[3]; m_of_i[9] the inertia tensor at the centre of gravity;
+ * periphery the surface area of solids, the boundary length of faces and
+ * sheets. accuracy in 0..1 sets the relative error the integration aims at,
+ * 1 - accuracy (at least 1e-12, at most 1e-2): 0.999999999 asks for 1e-9.
+ * Arrays not wanted may be NULL. */
+PK_ERROR_code_t PK_TOPOL_eval_mass_props(int n_topols, const PK_TOPOL_t topols[], double accuracy,
+                                         const PK_TOPOL_eval_mass_props_o_t* options, double amount[],
+                                         double mass[], double c_of_g[], double m_of_i[],
+                                         double periphery[]);
+
+typedef struct PK_BOX_s {
+  double coord[6]; /* xmin, ymin, zmin, xmax, ymax, zmax */
+} PK_BOX_t;
+/* A box around a body, region, shell, face, loop, edge or vertex (tight on its
+ * geometry, not grown by tolerances). */
+PK_ERROR_code_t PK_TOPOL_find_box(PK_TOPOL_t topol, PK_BOX_t* box);
+
+/* Validity check: OCCT's checker over the body's topology and geometry. */
+typedef int PK_check_state_t;
+#define PK_BODY_state_ok_c 6240
+#define PK_BODY_state_invalid_c 6241   /* the body as a whole (e.g. no shape) */
+#define PK_REGION_state_bad_c 6242     /* a solid that is not closed or is inside out */
+#define PK_SHELL_state_bad_c 6243      /* a shell not closed, not connected or badly oriented */
+#define PK_FACE_state_bad_c 6244       /* a face's loops, surface or pcurves */
+#define PK_LOOP_state_bad_c 6245
+#define PK_EDGE_state_bad_c 6246       /* an edge's curves, ranges or tolerance */
+#define PK_VERTEX_state_bad_c 6247     /* a vertex off its edges */
+
+typedef struct PK_check_fault_s {
+  PK_check_state_t state;
+  PK_ENTITY_t entity_1; /* the entity at fault */
+  PK_ENTITY_t entity_2; /* PK_ENTITY_null */
+  PK_VECTOR_t position; /* a point of the entity at fault where one is known, else 0 */
+} PK_check_fault_t;
+
+typedef struct PK_BODY_check_o_s {
+  int o_t_version; /* version of this record */
+  int max_faults;  /* at most this many faults (10); 0: the first fault is an error */
+} PK_BODY_check_o_t;
+#define PK_BODY_check_o_m(o) ((o).o_t_version = 1, (o).max_faults = 10)
+
+#define PK_ERROR_check_error 6204 /* max_faults 0 and a fault was found */
+
+/* Checks the body; no fault: n_faults 0 and faults NULL. Vertices are
+ * reported before edges, edges before loops and faces, then shells and
+ * solids: the first fault is the smallest entity at fault. */
+PK_ERROR_code_t PK_BODY_check(PK_BODY_t body, const PK_BODY_check_o_t* options, int* n_faults,
+                              PK_check_fault_t** faults);
+
+#define PK_ERROR_not_in_same_body 6205 /* faces of more than one body */
+#define PK_ERROR_cant_heal 6206        /* the faces left cannot be healed into a valid body */
+
+/* Deletes faces of one body. Faces that make up whole shells of a solid other
+ * than its outer one (cavities) are removed directly, with their void
+ * regions. Any other set needs heal_action PK_FACE_heal_yes_c: the
+ * neighbouring faces grow over the wound (OCCT's defeaturing) and the result
+ * must check valid; otherwise PK_ERROR_cant_heal and nothing changes. Faces
+ * that are a solid's whole outer shell are refused (PK_ERROR_cant_heal): the
+ * solid would go. The body keeps its tag; faces that survive keep theirs. */
 PK_ERROR_code_t PK_FACE_delete(int n_faces, const PK_FACE_t* faces, PK_FACE_heal_t heal_action);
 
 #ifdef __cplusplus

@@ -1,5 +1,6 @@
 // Attribute definitions and attributes with string and Unicode string fields.
 #include "session/KernelError.h"
+#include "session/Memory.h"
 #include "session/Session.h"
 
 #include <cstring>
@@ -132,5 +133,77 @@ extern "C" PK_ERROR_code_t PK_ATTRIB_ask_ustring(PK_ATTRIB_t attrib, int field_i
     const auto* value =
         std::get_if<std::u16string>(&attribData(table, attrib).fields[std::size_t(field_index)]);
     *ustring = value ? reinterpret_cast<PK_UCHAR_t*>(const_cast<char16_t*>(value->c_str())) : nullptr;
+  });
+}
+
+namespace {
+
+bool holdsDoubles(PK_ATTRIB_field_t type) {
+  return type == PK_ATTRIB_field_real_c || type == PK_ATTRIB_field_coordinate_c || type == PK_ATTRIB_field_vector_c ||
+         type == PK_ATTRIB_field_direction_c || type == PK_ATTRIB_field_axis_c;
+}
+bool holdsInts(PK_ATTRIB_field_t type) {
+  return type == PK_ATTRIB_field_integer_c || type == PK_ATTRIB_field_tag_c || type == PK_ATTRIB_field_pointer_c;
+}
+
+// The field's type, checked to be one of the numeric kinds asked for.
+PK_ATTRIB_field_t numericField(const EntityTable& table, PK_ATTRIB_t attrib, int index, bool doubles) {
+  const AttdefData& def = attdefData(table, table.get(attrib, PK_CLASS_attrib).referent);
+  require(index >= 0 && std::size_t(index) < def.fields.size(), PK_ERROR_bad_field);
+  PK_ATTRIB_field_t type = def.fields[std::size_t(index)];
+  require(doubles ? holdsDoubles(type) : holdsInts(type), PK_ERROR_bad_field);
+  return type;
+}
+
+void setNumeric(PK_ATTRIB_t attrib, int index, bool doubles, AttribValue value) {
+  EntityTable& table = session().table;
+  numericField(table, attrib, index, doubles);
+  AttribData changed = attribData(table, attrib);
+  changed.fields[std::size_t(index)] = std::move(value);
+  table.replacePayload(attrib, makePayload(std::move(changed)));
+}
+
+}  // namespace
+
+extern "C" PK_ERROR_code_t PK_ATTRIB_ask_doubles(PK_ATTRIB_t attrib, int field_index, int* n_doubles,
+                                                 double** doubles) {
+  return guarded([&] {
+    requireArg(n_doubles);
+    requireArg(doubles);
+    const EntityTable& table = session().table;
+    numericField(table, attrib, field_index, true);
+    const auto* value = std::get_if<std::vector<double>>(&attribData(table, attrib).fields[std::size_t(field_index)]);
+    handOut(value ? *value : std::vector<double>{}, n_doubles, doubles);
+  });
+}
+
+extern "C" PK_ERROR_code_t PK_ATTRIB_ask_ints(PK_ATTRIB_t attrib, int field_index, int* n_ints, int** ints) {
+  return guarded([&] {
+    requireArg(n_ints);
+    requireArg(ints);
+    const EntityTable& table = session().table;
+    numericField(table, attrib, field_index, false);
+    const auto* value = std::get_if<std::vector<int64_t>>(&attribData(table, attrib).fields[std::size_t(field_index)]);
+    std::vector<int> out;
+    if (value)
+      for (int64_t v : *value) out.push_back(static_cast<int>(v));
+    handOut(out, n_ints, ints);
+  });
+}
+
+extern "C" PK_ERROR_code_t PK_ATTRIB_set_doubles(PK_ATTRIB_t attrib, int field_index, int n_doubles,
+                                                 const double* doubles) {
+  return guarded([&] {
+    require(n_doubles >= 0, PK_ERROR_bad_value);
+    if (n_doubles > 0) requireArg(doubles);
+    setNumeric(attrib, field_index, true, std::vector<double>(doubles, doubles + n_doubles));
+  });
+}
+
+extern "C" PK_ERROR_code_t PK_ATTRIB_set_ints(PK_ATTRIB_t attrib, int field_index, int n_ints, const int* ints) {
+  return guarded([&] {
+    require(n_ints >= 0, PK_ERROR_bad_value);
+    if (n_ints > 0) requireArg(ints);
+    setNumeric(attrib, field_index, false, std::vector<int64_t>(ints, ints + n_ints));
   });
 }

@@ -46,14 +46,21 @@ void deleteWithOwned(EntityTable& table, PK_ENTITY_t tag) {
 extern "C" PK_ERROR_code_t PK_ENTITY_ask_class(PK_ENTITY_t entity, PK_CLASS_t* klass) {
   return guarded([&] {
     requireArg(klass);
-    *klass = session().table.get(entity).cls;
+    const EntityTable& table = session().table;
+    if (PK_BODY_t body = table.bodyOfSubEntity(entity)) {
+      *klass = bodyTopology(body).find(entity)->cls;
+      return;
+    }
+    *klass = table.get(entity).cls;
   });
 }
 
 extern "C" PK_ERROR_code_t PK_ENTITY_is(PK_ENTITY_t entity, PK_LOGICAL_t* is_entity) {
   return guarded([&] {
     requireArg(is_entity);
-    *is_entity = session().table.exists(entity) ? PK_LOGICAL_true : PK_LOGICAL_false;
+    const EntityTable& table = session().table;
+    bool live = table.exists(entity) || table.bodyOfSubEntity(entity) != PK_ENTITY_null;
+    *is_entity = live ? PK_LOGICAL_true : PK_LOGICAL_false;
   });
 }
 

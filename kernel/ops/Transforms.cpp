@@ -3,6 +3,8 @@
 #include "session/KernelError.h"
 
 #include <BRepBuilderAPI_Transform.hxx>
+#include <BRepTools_History.hxx>
+#include <TopTools_ListOfShape.hxx>
 #include <TopLoc_Location.hxx>
 #include <gp_Trsf.hxx>
 
@@ -90,7 +92,18 @@ extern "C" PK_ERROR_code_t PK_BODY_transform_2(PK_BODY_t body, PK_TRANSF_t trans
     require(!options || options->o_t_version >= 1, PK_ERROR_bad_option_data);
     const TopoDS_Shape& shape = bodyData(body).shape;
     gp_Trsf trsf = toTrsf(transfData(transf).matrix);
-    replaceBodyShape(body, isRigid(trsf) ? relocated(shape, trsf)
-                                         : BRepBuilderAPI_Transform(shape, trsf, true).Shape());
+    // A rigid motion only changes the shape's location, sharing its topology
+    // (every sub-entity keeps its tag); a scale rebuilds the geometry, and
+    // the sub-entities follow it through the rebuild's history.
+    if (isRigid(trsf)) {
+      replaceBodyShape(body, relocated(shape, trsf));
+      return;
+    }
+    BRepBuilderAPI_Transform scaled(shape, trsf, true);
+    TopTools_ListOfShape arguments;
+    arguments.Append(shape);
+    Handle(BRepTools_History) history = new BRepTools_History(arguments, scaled);
+    ShapeHistory followed(history, {shape});
+    replaceBodyShape(body, scaled.Shape(), BodyChange{&followed, {}, nullptr});
   });
 }

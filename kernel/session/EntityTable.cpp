@@ -25,9 +25,18 @@ PK_ENTITY_t EntityTable::create(Record record) {
   return tag;
 }
 
-PK_ENTITY_t EntityTable::createUnjournalled(PK_CLASS_t cls) {
+PK_ENTITY_t EntityTable::reserveTag() {
   require(nextTag_ < std::numeric_limits<PK_ENTITY_t>::max(), PK_ERROR_memory_full);
-  PK_ENTITY_t tag = nextTag_++;
+  return nextTag_++;
+}
+
+PK_BODY_t EntityTable::bodyOfSubEntity(PK_ENTITY_t tag) const {
+  auto it = subEntityBody_.find(tag);
+  return it == subEntityBody_.end() ? PK_ENTITY_null : it->second;
+}
+
+PK_ENTITY_t EntityTable::createUnjournalled(PK_CLASS_t cls) {
+  PK_ENTITY_t tag = reserveTag();
   put(tag, Record{cls, PK_ENTITY_null, PK_ENTITY_null, nullptr});
   return tag;
 }
@@ -104,18 +113,33 @@ PK_TRANSF_t transfOf(const Record& record) {
   const auto* instance = std::get_if<InstanceData>(record.payload.get());
   return instance ? instance->transf : PK_ENTITY_null;
 }
+
+const BodyTopology* topologyOf(const Record& record) {
+  if (record.cls != PK_CLASS_body || !record.payload) return nullptr;
+  const auto* body = std::get_if<BodyData>(record.payload.get());
+  return body ? body->topology.get() : nullptr;
+}
 }  // namespace
 
 void EntityTable::index(PK_ENTITY_t tag, const Record& record) {
   if (record.owner != PK_ENTITY_null) byOwner_[record.owner].insert(tag);
   if (record.referent != PK_ENTITY_null) byReferent_[record.referent].insert(tag);
   if (PK_TRANSF_t transf = transfOf(record)) byTransf_[transf].insert(tag);
+  if (const BodyTopology* topology = topologyOf(record))
+    for (const auto& entry : topology->entities) subEntityBody_[entry.first] = tag;
 }
 
 void EntityTable::unindex(PK_ENTITY_t tag, const Record& record) {
   if (record.owner != PK_ENTITY_null) dropFrom(byOwner_, record.owner, tag);
   if (record.referent != PK_ENTITY_null) dropFrom(byReferent_, record.referent, tag);
   if (PK_TRANSF_t transf = transfOf(record)) dropFrom(byTransf_, transf, tag);
+  if (const BodyTopology* topology = topologyOf(record))
+    for (const auto& entry : topology->entities) {
+      // A sub-entity may have moved on to another body (a tool's face kept by
+      // a union): only this body's hold on it ends.
+      auto it = subEntityBody_.find(entry.first);
+      if (it != subEntityBody_.end() && it->second == tag) subEntityBody_.erase(it);
+    }
 }
 
 }  // namespace meld::kernel

@@ -59,6 +59,13 @@ class EntityTable {
   // Instances placed by a transform (their payload names it).
   const std::set<PK_ENTITY_t>& placedBy(PK_TRANSF_t transf) const;
 
+  // Sub-entities (regions, shells, faces, loops, edges, vertices) live in
+  // their body's payload, not in the table: the body that holds a live
+  // sub-entity tag, PK_ENTITY_null when none does.
+  PK_BODY_t bodyOfSubEntity(PK_ENTITY_t tag) const;
+  // A tag from the session's counter for a sub-entity of a payload being built.
+  PK_ENTITY_t reserveTag();
+
   std::size_t size() const { return records_.size(); }
   PK_ENTITY_t lastTag() const { return nextTag_ - 1; }
 
@@ -70,6 +77,7 @@ class EntityTable {
   std::unordered_map<PK_ENTITY_t, std::set<PK_ENTITY_t>> byOwner_;
   std::unordered_map<PK_ENTITY_t, std::set<PK_ENTITY_t>> byReferent_;
   std::unordered_map<PK_ENTITY_t, std::set<PK_ENTITY_t>> byTransf_;
+  std::unordered_map<PK_ENTITY_t, PK_BODY_t> subEntityBody_;
   PK_ENTITY_t nextTag_ = 1;
   ChangeListener* listener_ = nullptr;
 };

@@ -4,10 +4,13 @@
 // it.
 #pragma once
 
+#include "BodyTopology.h"
 #include "pk.h"
 
 #include <TopoDS_Shape.hxx>
 
+#include <array>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <variant>
@@ -15,9 +18,29 @@
 
 namespace meld::kernel {
 
+// A field value: strings, Unicode strings, or arrays of integers (integer, tag,
+// pointer fields) or doubles (real fields, and three per point, vector,
+// direction or axis).
+using AttribValue = std::variant<std::monostate, std::string, std::u16string, std::vector<int64_t>,
+                                 std::vector<double>>;
+
+// An attribute on a face, edge, vertex, loop, shell or solid of a body: these
+// are not entities of the table, so the body carries them with the sub-shape.
+// onGeometry: the file had it on the sub-shape's geometry (the surface of a
+// face, the curve of an edge, the point of a vertex), where it is written back.
+struct SubshapeAttrib {
+  TopoDS_Shape shape;
+  PK_ATTDEF_t attdef = PK_ENTITY_null;
+  std::vector<AttribValue> fields;
+  bool onGeometry = false;
+};
+
 struct BodyData {
   TopoDS_Shape shape;
   PK_BODY_type_t type = PK_BODY_type_solid_c;
+  std::vector<SubshapeAttrib> subshapeAttribs;
+  // Regions, shells, faces, loops, edges, vertices and their tags.
+  BodyTopologyPtr topology;
 };
 
 struct AssemblyData {};
@@ -31,12 +54,20 @@ struct TransfData {
   double matrix[4][4] = {};
 };
 
+// What a part file says about a definition besides its name and fields, kept so
+// that writing it back loses nothing: its numeric class (8001.. system, 9000
+// user), the action per event, the owner types allowed.
+struct AttdefXt {
+  int64_t typeId = 9000;
+  std::array<int64_t, 8> actions{};
+  std::vector<int64_t> legalOwners;  // 14 flags, by owner type
+};
+
 struct AttdefData {
   std::string name;
   std::vector<PK_ATTRIB_field_t> fields;
+  AttdefXt xt;
 };
-
-using AttribValue = std::variant<std::monostate, std::string, std::u16string>;
 
 // An attribute's owner is the entity it is attached to, its referent its
 // definition.

@@ -1,0 +1,401 @@
+// Uniting many solids pass by pass, as the program does, through the kernel
+// (PK_BODY_boolean_2 with a partition mark around each union) beside the
+// same sequence of raw OCCT fuses and beside OCCT's one-shot fuse of all the
+// solids, on an N x N grid of overlapping blocks and cylinders.
+//
+//   bench_unite               grids 5, 10 and 20
+//   bench_unite --grid N      one grid
+//   bench_unite DIR           every XT part file in DIR: its solids united
+//                             pass by pass through the kernel
+//
+// The last line for a grid is `grid N: kernel/raw=<ratio> kernel/oneshot=<ratio>`.
+// Times are process CPU seconds.
+#include "PSCFileHelpers.h"
+#include "PSCModeller.h"
+#include "pk.h"
+
+#include <BRepAlgoAPI_Fuse.hxx>
+#include <BRepGProp.hxx>
+#include <BRepPrimAPI_MakeBox.hxx>
+#include <BRepPrimAPI_MakeCylinder.hxx>
+#include <GProp_GProps.hxx>
+#include <TopExp_Explorer.hxx>
+#include <TopTools_ListOfShape.hxx>
+
+#include <ctime>
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <functional>
+#include <map>
+#include <set>
+#include <vector>
+
+namespace {
+
+void check(PK_ERROR_code_t code, const char* what) {
+  if (code == PK_ERROR_no_errors) return;
+  std::fprintf(stderr, "%s failed: %d\n", what, code);
+  std::exit(1);
+}
+
+// Cell (i, j): a unit block or, on alternate cells, a taller cylinder of
+// radius 0.55; cells 0.8 m apart, so that neighbours overlap.
+constexpr double kPitch = 0.8, kRadius = 0.55, kCylHeight = 1.3, kCylBase = -0.15;
+
+bool isBlock(int i, int j) { return (i + j) % 2 == 0; }
+
+TopoDS_Shape occtCell(int i, int j) {
+  double x = i * kPitch, y = j * kPitch;
+  if (isBlock(i, j)) return BRepPrimAPI_MakeBox(gp_Pnt(x - 0.5, y - 0.5, 0), 1, 1, 1).Shape();
+  return BRepPrimAPI_MakeCylinder(gp_Ax2(gp_Pnt(x, y, kCylBase), gp::DZ(), gp::DX()), kRadius, kCylHeight).Shape();
+}
+
+PK_BODY_t kernelCell(int i, int j) {
+  double x = i * kPitch, y = j * kPitch;
+  PK_BODY_t body = 0;
+  if (isBlock(i, j)) {
+    PK_AXIS2_sf_t at{{{x, y, 0}}, {{0, 0, 1}}, {{1, 0, 0}}};
+    check(PK_BODY_create_solid_block(1, 1, 1, &at, &body), "PK_BODY_create_solid_block");
+  } else {
+    PK_AXIS2_sf_t at{{{x, y, kCylBase}}, {{0, 0, 1}}, {{1, 0, 0}}};
+    check(PK_BODY_create_solid_cyl(kRadius, kCylHeight, &at, &body), "PK_BODY_create_solid_cyl");
+  }
+  return body;
+}
+
+enum class Unite { success, noClash, failed };
+
+// The program's passes over a slot list: each live slot in turn is the
+// target and is united with every later live slot; a pass that leaves as
+// many slots as it started with ends the work.
+template <class Slot>
+int passes(std::vector<Slot>& slots, const std::function<Unite(Slot&, Slot&)>& unite, int& unions, int& failures) {
+  auto live = [&] {
+    int n = 0;
+    for (const Slot& s : slots) n += !s.empty();
+    return n;
+  };
+  for (;;) {
+    int before = live();
+    for (std::size_t i = 0; i < slots.size(); ++i) {
+      if (slots[i].empty()) continue;
+      for (std::size_t j = i + 1; j < slots.size(); ++j) {
+        if (slots[j].empty()) continue;
+        Unite u = unite(slots[i], slots[j]);
+        unions += u == Unite::success;
+        failures += u == Unite::failed;
+        if (u == Unite::success) slots[j].clear();
+      }
+    }
+    int after = live();
+    if (after == 1 || after == before) return after;
+  }
+}
+
+struct KernelSlot {
+  PK_BODY_t body = 0;
+  bool empty() const { return body == 0; }
+  void clear() { body = 0; }
+};
+
+struct RawSlot {
+  TopoDS_Shape shape;
+  bool empty() const { return shape.IsNull(); }
+  void clear() { shape.Nullify(); }
+};
+
+int solidCount(const TopoDS_Shape& shape) {
+  int n = 0;
+  for (TopExp_Explorer ex(shape, TopAbs_SOLID); ex.More(); ex.Next()) ++n;
+  return n;
+}
+
+double volume(const TopoDS_Shape& shape) {
+  GProp_GProps props;
+  BRepGProp::VolumeProperties(shape, props, 1e-9);
+  return props.Mass();
+}
+
+struct Run {
+  double seconds = 0;
+  int bodies = 0, unions = 0, failures = 0;
+  double volume = 0;
+};
+
+// Process CPU time: the machine is shared, and every run here is
+// single-threaded, so CPU time is what the work costs.
+struct Clock {
+  using time_point = double;
+  static double now() {
+    timespec t;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+    return t.tv_sec + t.tv_nsec * 1e-9;
+  }
+};
+double since(double start) { return Clock::now() - start; }
+
+// Why unions were undone: the kernel's message for a failure, "split" for a
+// union that fell apart into several bodies.
+std::map<std::string, int>& undone() {
+  static std::map<std::string, int> reasons;
+  return reasons;
+}
+
+// The message up to its first number, so that alike failures count together.
+std::string reasonOf(const char* message) {
+  std::string text = message ? message : "";
+  std::size_t digit = text.find_first_of("0123456789");
+  return digit == std::string::npos ? text : text.substr(0, digit);
+}
+
+// One union as the program makes it: a pmark, the boolean, back to the pmark
+// when it fails or falls apart, the pmark deleted.
+Unite kernelUnite(KernelSlot& target, KernelSlot& tool) {
+  PK_PARTITION_t partition = 0;
+  check(PK_SESSION_ask_curr_partition(&partition), "PK_SESSION_ask_curr_partition");
+  PK_PMARK_t pmark = 0;
+  check(PK_PARTITION_make_pmark(partition, &pmark), "PK_PARTITION_make_pmark");
+  PK_BODY_boolean_o_t options;
+  PK_BODY_boolean_o_m(options);
+  PK_TOPOL_track_r_t tracking;
+  PK_boolean_r_t results;
+  PK_ERROR_code_t code = PK_BODY_boolean_2(target.body, 1, &tool.body, &options, &tracking, &results);
+  int result = code ? PK_boolean_result_failed_c : results.result;
+  bool accepted = result == PK_boolean_result_success_c && results.n_bodies == 1;
+  if (!code) {
+    PK_boolean_r_f(&results);
+    PK_TOPOL_track_r_f(&tracking);
+  }
+  if (result == PK_boolean_result_failed_c) {
+    const char* message = nullptr;
+    PK_ERROR_ask_last_message(&message);
+    ++undone()[reasonOf(message)];
+  } else if (result == PK_boolean_result_success_c && !accepted) {
+    ++undone()["split into several bodies"];
+  }
+  if (result != PK_boolean_result_no_clash_c && !accepted) {
+    PK_PMARK_goto_o_t go;
+    PK_PMARK_goto_o_m(go);
+    int n[3];
+    int* lists[3];
+    check(PK_PMARK_goto_2(pmark, &go, &n[0], &lists[0], &n[1], &lists[1], &n[2], &lists[2]), "PK_PMARK_goto_2");
+    for (int* list : lists) PK_MEMORY_free(list);
+  }
+  int nDeleted = 0;
+  PK_PMARK_t* deleted = nullptr;
+  check(PK_PMARK_delete(1, &pmark, &nDeleted, &deleted), "PK_PMARK_delete");
+  PK_MEMORY_free(deleted);
+  if (result == PK_boolean_result_no_clash_c) return Unite::noClash;
+  return accepted ? Unite::success : Unite::failed;
+}
+
+void startModeller();
+
+Run kernelRun(int n) {
+  startModeller();
+  std::vector<KernelSlot> slots;
+  for (int i = 0; i < n; ++i)
+    for (int j = 0; j < n; ++j) slots.push_back(KernelSlot{kernelCell(i, j)});
+  Run run;
+  auto start = Clock::now();
+  run.bodies = passes<KernelSlot>(slots, kernelUnite, run.unions, run.failures);
+  run.seconds = since(start);
+  for (const KernelSlot& s : slots) {
+    if (s.empty()) continue;
+    double amount = 0;
+    check(PK_TOPOL_eval_mass_props(1, &s.body, 0.999999999, nullptr, &amount, nullptr, nullptr, nullptr, nullptr),
+          "PK_TOPOL_eval_mass_props");
+    run.volume += amount;
+  }
+  PSCEndModeller();
+  return run;
+}
+
+// Plain OCCT fuses of the same pairs in the same order; a fuse that leaves
+// more than one solid is no clash.
+Unite rawUnite(RawSlot& target, RawSlot& tool) {
+  BRepAlgoAPI_Fuse fuse(target.shape, tool.shape);
+  if (!fuse.IsDone() || fuse.HasErrors()) return Unite::failed;
+  if (solidCount(fuse.Shape()) != 1) return Unite::noClash;
+  target.shape = fuse.Shape();
+  return Unite::success;
+}
+
+Run rawRun(int n) {
+  std::vector<RawSlot> slots;
+  for (int i = 0; i < n; ++i)
+    for (int j = 0; j < n; ++j) slots.push_back(RawSlot{occtCell(i, j)});
+  Run run;
+  auto start = Clock::now();
+  run.bodies = passes<RawSlot>(slots, rawUnite, run.unions, run.failures);
+  run.seconds = since(start);
+  for (const RawSlot& s : slots)
+    if (!s.empty()) run.volume += volume(s.shape);
+  return run;
+}
+
+Run oneShotRun(int n) {
+  TopTools_ListOfShape first, rest;
+  for (int i = 0; i < n; ++i)
+    for (int j = 0; j < n; ++j) (i == 0 && j == 0 ? first : rest).Append(occtCell(i, j));
+  Run run;
+  auto start = Clock::now();
+  BRepAlgoAPI_Fuse fuse;
+  fuse.SetArguments(first);
+  fuse.SetTools(rest);
+  fuse.Build();
+  run.seconds = since(start);
+  run.failures = !fuse.IsDone() || fuse.HasErrors();
+  if (!run.failures) {
+    run.bodies = solidCount(fuse.Shape());
+    run.volume = volume(fuse.Shape());
+  }
+  return run;
+}
+
+void report(const char* what, const Run& r) {
+  std::printf("  %-8s %8.3f s  bodies %d  unions %d  failures %d  volume %.9f\n", what, r.seconds, r.bodies,
+              r.unions, r.failures, r.volume);
+}
+
+void grid(int n) {
+  std::printf("grid %d x %d (%d solids)\n", n, n, n * n);
+  Run kernel = kernelRun(n);
+  report("kernel", kernel);
+  Run raw = rawRun(n);
+  report("raw", raw);
+  Run oneShot = oneShotRun(n);
+  report("oneshot", oneShot);
+  std::fflush(stdout);
+  std::printf("grid %d: kernel/raw=%.3f kernel/oneshot=%.3f\n", n, kernel.seconds / raw.seconds,
+              kernel.seconds / oneShot.seconds);
+}
+
+// ---- part files ----
+
+void startModeller() {
+  if (int step = PSCStartModeller(false, true)) {
+    std::fprintf(stderr, "PSCStartModeller failed at step %d\n", step);
+    std::exit(1);
+  }
+}
+
+double kernelVolume(PK_BODY_t body) {
+  double amount = 0;
+  if (PK_TOPOL_eval_mass_props(1, &body, 0.999999999, nullptr, &amount, nullptr, nullptr, nullptr, nullptr))
+    return 0;
+  return amount;
+}
+
+// The solid bodies of the parts (bodies, and bodies instanced by assemblies),
+// freed of the instances that refer to them, as the program does.
+std::vector<PK_BODY_t> solidsOf(const std::vector<PK_PART_t>& parts) {
+  std::vector<PK_BODY_t> solids;
+  std::set<PK_PART_t> seen;
+  std::vector<PK_PART_t> todo(parts.rbegin(), parts.rend());
+  while (!todo.empty()) {
+    PK_PART_t part = todo.back();
+    todo.pop_back();
+    if (!seen.insert(part).second) continue;
+    PK_CLASS_t cls = 0;
+    check(PK_ENTITY_ask_class(part, &cls), "PK_ENTITY_ask_class");
+    if (cls == PK_CLASS_assembly) {
+      int n = 0;
+      PK_PART_t* sub = nullptr;
+      check(PK_ASSEMBLY_ask_parts(part, &n, &sub), "PK_ASSEMBLY_ask_parts");
+      for (int i = n - 1; i >= 0; --i) todo.push_back(sub[i]);
+      PK_MEMORY_free(sub);
+      continue;
+    }
+    PK_BODY_type_t type = 0;
+    check(PK_BODY_ask_type(part, &type), "PK_BODY_ask_type");
+    if (type == PK_BODY_type_solid_c) solids.push_back(part);
+  }
+  for (PK_BODY_t body : solids) {
+    int n = 0;
+    PK_INSTANCE_t* refs = nullptr;
+    check(PK_PART_ask_ref_instances(body, &n, &refs), "PK_PART_ask_ref_instances");
+    if (n) PK_ENTITY_delete(n, refs);
+    PK_MEMORY_free(refs);
+  }
+  return solids;
+}
+
+void partFile(const std::filesystem::path& file) {
+  std::string ext = file.extension().string();
+  bool text = ext == ".x_t" || ext == ".xmt_txt";
+  if (!text && ext != ".x_b" && ext != ".xmt_bin") return;
+  startModeller();
+  PSCSetTransmitExtension(ext.c_str());
+  std::string key = (file.parent_path() / file.stem()).string();
+  PK_PART_receive_o_t options;
+  PK_PART_receive_o_m(options);
+  options.transmit_format = text ? PK_transmit_format_text_c : PK_transmit_format_binary_c;
+  int n = 0;
+  PK_PART_t* parts = nullptr;
+  PK_ERROR_code_t code = PK_PART_receive(key.c_str(), &options, &n, &parts);
+  if (code) {
+    std::printf("%s: not received (%d)\n", file.filename().c_str(), code);
+    PSCEndModeller();
+    return;
+  }
+  std::vector<KernelSlot> slots;
+  double before = 0, largest = 0;
+  for (PK_BODY_t body : solidsOf(std::vector<PK_PART_t>(parts, parts + n))) {
+    slots.push_back(KernelSlot{body});
+    double v = kernelVolume(body);
+    before += v;
+    largest = std::max(largest, v);
+  }
+  PK_MEMORY_free(parts);
+  Run run;
+  double start = Clock::now();
+  run.bodies = slots.size() > 1 ? passes<KernelSlot>(slots, kernelUnite, run.unions, run.failures) : int(slots.size());
+  run.seconds = since(start);
+  for (const KernelSlot& s : slots)
+    if (!s.empty()) run.volume += kernelVolume(s.body);
+  bool volumeOk = run.volume <= before * (1 + 1e-9) && run.volume >= largest * (1 - 1e-9);
+  std::printf("%s: solids %zu, unions %d, failures %d, bodies left %d, %.3f s, volume %.9g -> %.9g (%s)\n",
+              file.filename().c_str(), slots.size(), run.unions, run.failures, run.bodies, run.seconds, before,
+              run.volume, volumeOk ? "within [largest, sum]" : "OUTSIDE [largest, sum]");
+  for (const auto& [reason, count] : undone()) std::printf("    undone %d: %s\n", count, reason.c_str());
+  undone().clear();
+  std::fflush(stdout);
+  PSCEndModeller();
+}
+
+void folder(const std::filesystem::path& dir) {
+  std::vector<std::filesystem::path> files;
+  for (const auto& entry : std::filesystem::directory_iterator(dir))
+    if (entry.is_regular_file()) files.push_back(entry.path());
+  std::sort(files.begin(), files.end());
+  for (const auto& file : files) partFile(file);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc == 3 && std::strcmp(argv[1], "--grid") == 0) {
+    int n = std::atoi(argv[2]);
+    if (n < 1 || n > 100) {
+      std::fprintf(stderr, "usage: bench_unite [--grid N], N in 1..100\n");
+      return 2;
+    }
+    grid(n);
+    return 0;
+  }
+  if (argc == 2 && std::filesystem::is_directory(argv[1])) {
+    folder(argv[1]);
+    return 0;
+  }
+  if (argc != 1) {
+    std::fprintf(stderr, "usage: bench_unite [--grid N | DIR]\n");
+    return 2;
+  }
+  for (int n : {5, 10, 20}) grid(n);
+  return 0;
+}

@@ -1,0 +1,56 @@
+#include "CurveEval.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace meld::model::procedural {
+
+namespace {
+
+// Distance samples for the unseeded start: enough that the nearest sample lies in
+// the basin of the true nearest point for the curves blends roll along.
+constexpr int kProjectionSamples = 96;
+constexpr int kNewtonSteps = 40;
+
+}  // namespace
+
+double CurveEval::project(const gp_Pnt& point, double seed, bool seeded) const {
+  const double lo = first(), hi = last();
+  const bool bounded = std::isfinite(lo) && std::isfinite(hi) && hi - lo < 1e6;
+  double t = seed;
+  if (!seeded && bounded) {
+    double best = std::numeric_limits<double>::max();
+    for (int i = 0; i <= kProjectionSamples; ++i) {
+      const double s = lo + (hi - lo) * i / kProjectionSamples;
+      const double d = value(s).SquareDistance(point);
+      if (d < best) best = d, t = s;
+    }
+  }
+  // Newton on (C(t) - X).C'(t) = 0; the second derivative comes from a
+  // difference of first derivatives, taken on the side that stays in range.
+  const double span = bounded ? hi - lo : 1.0;
+  for (int step = 0; step < kNewtonSteps; ++step) {
+    gp_Pnt c;
+    gp_Vec d;
+    d1(t, c, d);
+    const gp_Vec toCurve(point, c);
+    const double f = toCurve.Dot(d);
+    double h = 1e-6 * span;
+    if (bounded && !periodic() && t + h > hi) h = -h;
+    gp_Pnt c2;
+    gp_Vec dd;
+    d1(t + h, c2, dd);
+    const gp_Vec second = (dd - d) / h;
+    double fp = d.SquareMagnitude() + toCurve.Dot(second);
+    if (fp <= 0.1 * d.SquareMagnitude()) fp = d.SquareMagnitude();  // away from a minimum: plain descent
+    double next = t - f / fp;
+    if (bounded && !periodic()) next = std::clamp(next, lo, hi);
+    const double moved = std::abs(next - t);
+    t = next;
+    if (moved <= 1e-15 * std::max(1.0, std::abs(t)) + 1e-14 * span) break;
+  }
+  return t;
+}
+
+}  // namespace meld::model::procedural

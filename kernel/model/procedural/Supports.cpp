@@ -1,0 +1,193 @@
+#include "Supports.h"
+
+#include <GeomAPI_ProjectPointOnSurf.hxx>
+#include <GeomLib.hxx>
+#include <gp_Dir.hxx>
+
+#include <cmath>
+
+#include "CurveEval.h"
+#include "ProceduralError.h"
+
+namespace meld::model::procedural {
+
+namespace {
+
+constexpr int kFootSteps = 60;
+constexpr int kGaussNewtonSteps = 12;
+// A foot is found when the last Newton step moved it less than this (metres).
+constexpr double kFootStep = 1e-14;
+// Steps still this small after all iterations: a foot rocking across a crease.
+constexpr double kFootCrease = 1e-10;
+// Step of the central differences that give a blend bound's gradient (metres).
+constexpr double kGradientStep = 1e-7;
+
+// Where the surface has no normal of its own (a pole, a crease of a C0 base
+// under an offset) the direction from the foot to the point stands in for it,
+// oriented like the normal nearby.
+gp_Vec sensedNormal(const Handle(Geom_Surface)& surface, double u, double v, int sign, const gp_Pnt& point) {
+  gp_Dir normal;
+  if (GeomLib::NormEstim(surface, gp_Pnt2d(u, v), 1e-12, normal) < 2) return gp_Vec(normal) * sign;
+  const gp_Vec away(surface->Value(u, v), point);
+  if (away.Magnitude() < 1e-12) throw ProceduralError("no surface normal at a foot point");
+  gp_Dir nearby;
+  const double du = 1e-7 * (1 + std::abs(u)), dv = 1e-7 * (1 + std::abs(v));
+  if (GeomLib::NormEstim(surface, gp_Pnt2d(u + du, v + dv), 1e-12, nearby) >= 2) throw ProceduralError("no surface normal at a foot point");
+  const gp_Vec n = away.Normalized();
+  return n.Dot(gp_Vec(nearby) * sign) >= 0 ? n : -n;
+}
+
+}  // namespace
+
+SurfaceSupport::SurfaceSupport(Handle(Geom_Surface) surface, int sign) : m_surface(std::move(surface)), m_sign(sign) {}
+
+// Newton on the foot conditions (S - X).Su = (S - X).Sv = 0 with the full
+// Hessian, Gauss-Newton where the Hessian is not positive, and every step cut
+// back until the distance decreases: a plain Newton step from a seed a quarter
+// turn away on a cylinder or cone lands on the far side (a stationary point that
+// is not the foot).
+bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v) const {
+  auto squared = [&](double uu, double vv) { return m_surface->Value(uu, vv).SquareDistance(point); };
+  bool stalled = false;
+  for (int step = 0; step < kFootSteps; ++step) {
+    // Gauss-Newton first: points near the surface (all the converters ask
+    // about) converge fast without second derivatives, which cost most on
+    // offsets of B-surfaces; full Newton only if that stalls.
+    const bool secondOrder = step >= kGaussNewtonSteps || stalled;
+    gp_Pnt s;
+    gp_Vec su, sv, suu, svv, suv;
+    if (secondOrder) m_surface->D2(u, v, s, su, sv, suu, svv, suv);
+    else m_surface->D1(u, v, s, su, sv);
+    const gp_Vec r(point, s);
+    const double gu = r.Dot(su), gv = r.Dot(sv);
+    double a = su.Dot(su), b = su.Dot(sv), c = sv.Dot(sv);
+    if (secondOrder) a += r.Dot(suu), b += r.Dot(suv), c += r.Dot(svv);
+    double det = a * c - b * b;
+    if (a <= 0 || det <= 1e-12 * su.SquareMagnitude() * sv.SquareMagnitude()) {
+      a = su.Dot(su), b = su.Dot(sv), c = sv.Dot(sv);
+      det = a * c - b * b;
+      if (!(det > 0)) return false;
+    }
+    double du = -(c * gu - b * gv) / det, dv = -(a * gv - b * gu) / det;
+    if (!std::isfinite(du) || !std::isfinite(dv)) return false;
+    const double before = r.SquareMagnitude();
+    int cut = 0;
+    for (; cut < 40 && squared(u + du, v + dv) > before * (1 + 1e-12) + 1e-30; ++cut) du /= 2, dv /= 2;
+    // No step lowers the distance: the foot is on a crease of the surface (an
+    // offset of a C0 base), where the foot conditions have no smooth root.
+    if (cut == 40) {
+      if (secondOrder) return true;
+      stalled = true;
+      continue;
+    }
+    u += du, v += dv;
+    const double moved = (su * du + sv * dv).Magnitude();
+    if (moved < kFootStep || (step == kFootSteps - 1 && moved < kFootCrease)) return true;
+  }
+  return false;
+}
+
+void SurfaceSupport::initialiseSeed(const gp_Pnt& point, Seed& seed) const {
+  GeomAPI_ProjectPointOnSurf projection(point, m_surface);
+  if (!projection.IsDone() || projection.NbPoints() == 0) {
+    double u1, u2, v1, v2;
+    m_surface->Bounds(u1, u2, v1, v2);
+    auto mid = [](double lo, double hi) { return std::isfinite(lo) && std::isfinite(hi) && hi - lo < 1e6 ? (lo + hi) / 2 : 0.0; };
+    seed.a = mid(u1, u2), seed.b = mid(v1, v2);
+  } else {
+    projection.LowerDistanceParameters(seed.a, seed.b);
+  }
+  seed.set = true;
+}
+
+SupportSample SurfaceSupport::evaluate(const gp_Pnt& point, Seed& seed) const {
+  if (!seed.set) initialiseSeed(point, seed);
+  double u = seed.a, v = seed.b;
+  if (!newtonFoot(point, u, v)) {
+    initialiseSeed(point, seed);
+    u = seed.a, v = seed.b;
+    if (!newtonFoot(point, u, v)) throw ProceduralError("no foot point on a support surface");
+  }
+  seed.a = u, seed.b = v;
+  SupportSample out;
+  out.foot = m_surface->Value(u, v);
+  out.normal = sensedNormal(m_surface, u, v, m_sign, point);
+  out.distance = gp_Vec(out.foot, point).Dot(out.normal);
+  return out;
+}
+
+BlendTubeSupport::BlendTubeSupport(std::shared_ptr<const CurveEval> spine, double radius, int sign)
+    : m_spine(std::move(spine)), m_radius(radius), m_sign(sign) {}
+
+void BlendTubeSupport::initialiseSeed(const gp_Pnt& point, Seed& seed) const {
+  seed.a = m_spine->project(point, 0, false);
+  seed.set = true;
+}
+
+SupportSample BlendTubeSupport::evaluate(const gp_Pnt& point, Seed& seed) const {
+  seed.a = m_spine->project(point, seed.a, seed.set);
+  seed.set = true;
+  const gp_Pnt centre = m_spine->value(seed.a);
+  const gp_Vec out(centre, point);
+  const double rho = out.Magnitude();
+  SupportSample sample;
+  if (rho < 1e-12) {
+    // Only a zero-radius tube (the sharp edge a cliff-edge ball touches) has
+    // points on its spine; any direction across the spine serves as normal there.
+    if (m_radius > 1e-12) throw ProceduralError("point on the spine of a rolling-ball support");
+    gp_Pnt p;
+    gp_Vec tangent;
+    m_spine->d1(seed.a, p, tangent);
+    gp_Vec across = tangent.Crossed(gp_Vec(0, 0, 1));
+    if (across.Magnitude() < 1e-9 * tangent.Magnitude()) across = tangent.Crossed(gp_Vec(1, 0, 0));
+    sample.normal = across.Normalized() * m_sign;
+    sample.foot = centre;
+    sample.distance = 0;
+    return sample;
+  }
+  sample.normal = out / rho * m_sign;
+  sample.foot = centre.Translated(out * (m_radius / rho));
+  sample.distance = (rho - m_radius) * m_sign;
+  return sample;
+}
+
+BlendBoundSupport::BlendBoundSupport(std::shared_ptr<const Support> own, double ownOffset,
+                                     std::shared_ptr<const Support> other, double otherOffset)
+    : m_own(std::move(own)), m_other(std::move(other)), m_ownOffset(ownOffset), m_otherOffset(otherOffset) {}
+
+double BlendBoundSupport::value(const gp_Pnt& point, Seed& seed) const {
+  Seed own{seed.a, seed.b, 0, 0, seed.set, false};
+  Seed other{seed.c, seed.d, 0, 0, seed.setSecond, false};
+  const SupportSample onOwn = m_own->evaluate(point, own);
+  const gp_Pnt centre = onOwn.foot.Translated(onOwn.normal * m_ownOffset);
+  const SupportSample onOther = m_other->evaluate(centre, other);
+  seed = Seed{own.a, own.b, other.a, other.b, true, true};
+  return onOther.distance - m_otherOffset;
+}
+
+void BlendBoundSupport::initialiseSeed(const gp_Pnt& point, Seed& seed) const {
+  seed.set = seed.setSecond = false;
+  value(point, seed);
+}
+
+SupportSample BlendBoundSupport::evaluate(const gp_Pnt& point, Seed& seed) const {
+  const double g = value(point, seed);
+  gp_Vec gradient;
+  for (int axis = 1; axis <= 3; ++axis) {
+    gp_XYZ step(0, 0, 0);
+    step.SetCoord(axis, kGradientStep);
+    Seed plus = seed, minus = seed;
+    const double gp = value(gp_Pnt(point.XYZ() + step), plus);
+    const double gm = value(gp_Pnt(point.XYZ() - step), minus);
+    gradient.SetCoord(axis, (gp - gm) / (2 * kGradientStep));
+  }
+  const double norm = gradient.Magnitude();
+  if (!(norm > 1e-12)) throw ProceduralError("blend bound has no gradient at a point");
+  SupportSample sample;
+  sample.normal = gradient / norm;
+  sample.distance = g / norm;
+  sample.foot = point.Translated(sample.normal * -sample.distance);
+  return sample;
+}
+
+}  // namespace meld::model::procedural

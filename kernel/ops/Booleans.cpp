@@ -1,0 +1,309 @@
+// PK_BODY_boolean_2: unite, subtract or intersect a target with tools on
+// OCCT's non-destructive booleans. Nothing in the entity table changes until
+// the result has been built and accepted, so a failure leaves every body as
+// it was.
+#include "BooleanChecks.h"
+#include "Bodies.h"
+#include "LastError.h"
+#include "session/KernelError.h"
+#include "session/Memory.h"
+#include "session/Parallelism.h"
+
+#include <BRepAlgoAPI_Common.hxx>
+#include <BRepAlgoAPI_Cut.hxx>
+#include <BRepAlgoAPI_Fuse.hxx>
+#include <BRepBndLib.hxx>
+#include <Bnd_Box.hxx>
+#include <TopExp_Explorer.hxx>
+#include <TopTools_ListOfShape.hxx>
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <set>
+
+using namespace meld::kernel;
+
+namespace {
+
+struct Request {
+  PK_boolean_function_t function = PK_boolean_unite_c;
+  PK_BODY_t target = PK_ENTITY_null;
+  std::vector<PK_BODY_t> tools;
+  double fuzzy = 0;
+};
+
+struct Outcome {
+  PK_boolean_result_t code = PK_boolean_result_failed_c;
+  std::string why;  // of a failure
+  std::vector<TopoDS_Shape> solids;  // the result's solids, the target's first
+  std::unique_ptr<ShapeHistory> history;
+};
+
+// The fuzzy value is the tolerance asked for: default_tol, capped by max_tol
+// when one is given. A default_tol of 0 asks for no fuzziness at all (the
+// driver's default when no tolerance is given on its command line).
+double fuzzyValue(const PK_BODY_boolean_o_t& o) {
+  require(std::isfinite(o.default_tol) && o.default_tol >= 0 && o.default_tol < 1, PK_ERROR_bad_option_data);
+  require(std::isfinite(o.max_tol) && o.max_tol >= 0 && o.max_tol < 1, PK_ERROR_bad_option_data);
+  return o.max_tol > 0 ? std::min(o.default_tol, o.max_tol) : o.default_tol;
+}
+
+Request readRequest(PK_BODY_t target, int n_tools, const PK_BODY_t* tools, const PK_BODY_boolean_o_t* options) {
+  PK_BODY_boolean_o_t o;
+  PK_BODY_boolean_o_m(o);
+  if (options) o = *options;
+  require(o.o_t_version >= 1, PK_ERROR_bad_option_data);
+  require(o.function == PK_boolean_unite_c || o.function == PK_boolean_subtract_c ||
+              o.function == PK_boolean_intersect_c,
+          PK_ERROR_bad_option_data);
+  require(n_tools >= 1, PK_ERROR_bad_value);
+  requireArg(tools);
+  Request request{o.function, target, std::vector<PK_BODY_t>(tools, tools + n_tools), fuzzyValue(o)};
+  bodyData(target);
+  for (PK_BODY_t tool : request.tools) bodyData(tool);
+  std::set<PK_BODY_t> distinct(request.tools.begin(), request.tools.end());
+  require(distinct.size() == request.tools.size(), PK_ERROR_duplicate_entity);
+  // A tool stops existing: one that an instance still uses cannot.
+  for (PK_BODY_t tool : request.tools)
+    for (PK_ENTITY_t ref : session().table.referringTo(tool))
+      require(session().table.get(ref).cls != PK_CLASS_instance, PK_ERROR_part_is_instanced);
+  return request;
+}
+
+// The body's box (kept with its topology), grown by the fuzzy value.
+Bnd_Box grownBox(PK_BODY_t body, double by) {
+  Bnd_Box box = bodyTopology(body).box;
+  box.Enlarge(by);
+  return box;
+}
+
+// Whether the boxes of the target and of any (every) tool meet.
+bool anyBoxClash(const Request& r) {
+  Bnd_Box target = grownBox(r.target, r.fuzzy);
+  return std::any_of(r.tools.begin(), r.tools.end(),
+                     [&](PK_BODY_t tool) { return !target.IsOut(grownBox(tool, r.fuzzy)); });
+}
+
+bool allBoxesClash(const Request& r) {
+  Bnd_Box target = grownBox(r.target, r.fuzzy);
+  return std::all_of(r.tools.begin(), r.tools.end(),
+                     [&](PK_BODY_t tool) { return !target.IsOut(grownBox(tool, r.fuzzy)); });
+}
+
+// A box that holds the result without measuring it: a union lies within its
+// inputs' boxes, a subtraction or an intersection within its target's.
+Bnd_Box resultBox(const Request& r) {
+  Bnd_Box box = bodyTopology(r.target).box;
+  if (r.function == PK_boolean_unite_c)
+    for (PK_BODY_t tool : r.tools) box.Add(bodyTopology(tool).box);
+  return box;
+}
+
+std::unique_ptr<BRepAlgoAPI_BooleanOperation> makeOperation(PK_boolean_function_t function) {
+  switch (function) {
+    case PK_boolean_unite_c: return std::make_unique<BRepAlgoAPI_Fuse>();
+    case PK_boolean_subtract_c: return std::make_unique<BRepAlgoAPI_Cut>();
+    default: return std::make_unique<BRepAlgoAPI_Common>();
+  }
+}
+
+std::vector<TopoDS_Shape> inputShapes(const Request& r) {
+  std::vector<TopoDS_Shape> shapes{bodyData(r.target).shape};
+  for (PK_BODY_t tool : r.tools) shapes.push_back(bodyData(tool).shape);
+  return shapes;
+}
+
+std::vector<const BodyTopology*> inputTopologies(const Request& r) {
+  std::vector<const BodyTopology*> topologies{&bodyTopology(r.target)};
+  for (PK_BODY_t tool : r.tools) topologies.push_back(&bodyTopology(tool));
+  return topologies;
+}
+
+// Whether the result is made of exactly the faces of these inputs: the
+// operation touched nothing.
+bool sameFacesAs(const TopoDS_Shape& result, const std::vector<const BodyTopology*>& inputs) {
+  std::size_t inputFaces = 0;
+  for (const BodyTopology* input : inputs) inputFaces += input->faces.size();
+  std::size_t faces = 0;
+  for (TopExp_Explorer ex(result, TopAbs_FACE); ex.More(); ex.Next(), ++faces) {
+    bool held = std::any_of(inputs.begin(), inputs.end(),
+                            [&](const BodyTopology* input) { return input->tagOf(ex.Current()) != PK_ENTITY_null; });
+    if (!held) return false;
+  }
+  return faces == inputFaces;
+}
+
+// Only solids may come out: a loose face, edge or vertex is a failure.
+bool onlySolids(const TopoDS_Shape& result) {
+  for (TopAbs_ShapeEnum type : {TopAbs_SHELL, TopAbs_FACE, TopAbs_EDGE, TopAbs_VERTEX}) {
+    TopExp_Explorer loose(result, type, type == TopAbs_SHELL ? TopAbs_SOLID : TopAbs_SHELL);
+    if (type == TopAbs_EDGE) loose.Init(result, type, TopAbs_FACE);
+    if (type == TopAbs_VERTEX) loose.Init(result, type, TopAbs_EDGE);
+    if (loose.More()) return false;
+  }
+  return true;
+}
+
+// The target's piece first: the solid holding most of the target's faces.
+std::vector<TopoDS_Shape> solidsTargetFirst(const TopoDS_Shape& result, const BodyTopology& target) {
+  std::vector<TopoDS_Shape> solids;
+  std::size_t best = 0, bestCount = 0;
+  for (TopExp_Explorer ex(result, TopAbs_SOLID); ex.More(); ex.Next()) {
+    std::size_t count = 0;
+    for (TopExp_Explorer f(ex.Current(), TopAbs_FACE); f.More(); f.Next()) count += target.tagOf(f.Current()) != 0;
+    if (count > bestCount) best = solids.size(), bestCount = count;
+    solids.push_back(ex.Current());
+  }
+  if (best != 0) std::swap(solids[0], solids[best]);
+  return solids;
+}
+
+// Why the result is not accepted; empty when it is.
+std::string refusal(const Request& r, const TopoDS_Shape& result, const std::vector<const BodyTopology*>& inputs) {
+  if (!onlySolids(result)) return "the result holds more than solids";
+  if (!solidsClosed(result)) return "a solid of the result is not closed";
+  if (!madeFacesValid(result, inputs)) return "a face the boolean made is not valid";
+  std::vector<Measures> tools;
+  for (PK_BODY_t tool : r.tools) tools.push_back(measure(bodyData(tool).shape));
+  Measures target = measure(bodyData(r.target).shape), made = measure(result);
+  if (volumesAgree(r.function, target, tools, made, r.fuzzy)) return {};
+  char text[160];
+  std::snprintf(text, sizeof text, "result volume %.12g breaks the invariant (target %.12g, first tool %.12g)",
+                made.volume, target.volume, tools.front().volume);
+  return text;
+}
+
+// Runs OCCT's boolean with this fuzzy value and judges its result (always
+// with the tolerance asked for); changes nothing in the table.
+Outcome compute(const Request& r, double fuzzy) {
+  Outcome out;
+  std::vector<TopoDS_Shape> shapes = inputShapes(r);
+  auto op = makeOperation(r.function);
+  TopTools_ListOfShape arguments, tools;
+  arguments.Append(shapes[0]);
+  for (std::size_t i = 1; i < shapes.size(); ++i) tools.Append(shapes[i]);
+  op->SetArguments(arguments);
+  op->SetTools(tools);
+  op->SetFuzzyValue(fuzzy);
+  op->SetNonDestructive(true);
+  op->SetRunParallel(sessionThreads() > 1);
+  op->SetUseOBB(true);
+  op->Build();
+  if (!op->IsDone() || op->HasErrors()) {
+    out.why = "OCCT's boolean reported errors";
+    return out;
+  }
+  const TopoDS_Shape& result = op->Shape();
+  std::vector<const BodyTopology*> inputs = inputTopologies(r);
+  bool empty = !TopExp_Explorer(result, TopAbs_FACE).More();
+  if (empty) {
+    // Nothing in common is no clash; a target swallowed whole by its tools
+    // would leave no body, which this kernel does not do.
+    out.code = r.function == PK_boolean_intersect_c ? PK_boolean_result_no_clash_c
+               : r.function == PK_boolean_subtract_c ? PK_boolean_result_no_effect_c
+                                                     : PK_boolean_result_failed_c;
+    out.why = "the result is empty";
+    return out;
+  }
+  std::vector<const BodyTopology*> untouched =
+      r.function == PK_boolean_unite_c ? inputs : std::vector<const BodyTopology*>{inputs.front()};
+  if (r.function != PK_boolean_intersect_c && sameFacesAs(result, untouched)) {
+    out.code = PK_boolean_result_no_clash_c;
+    return out;
+  }
+  out.why = refusal(r, result, inputs);
+  if (!out.why.empty()) return out;
+  out.solids = solidsTargetFirst(result, *inputs.front());
+  out.history = std::make_unique<ShapeHistory>(op->History(), shapes);
+  out.code = PK_boolean_result_success_c;
+  return out;
+}
+
+void removeTool(PK_BODY_t tool) {
+  EntityTable& table = session().table;
+  std::vector<PK_ENTITY_t> owned(table.ownedBy(tool).begin(), table.ownedBy(tool).end());
+  for (PK_ENTITY_t child : owned) table.remove(child);
+  table.remove(tool);
+}
+
+// The accepted result goes into the table: the target takes the first solid,
+// further solids become new bodies, the tools go.
+std::vector<PK_BODY_t> apply(const Request& r, const Outcome& out) {
+  std::unordered_set<PK_ENTITY_t> used;
+  Bnd_Box box = resultBox(r);
+  BodyChange change{out.history.get(), r.tools, &used, &box};
+  std::vector<BodyData> pieces;
+  for (const TopoDS_Shape& solid : out.solids) pieces.push_back(derivedBodyData(r.target, solid, change));
+  replaceBodyData(r.target, std::move(pieces[0]));
+  std::vector<PK_BODY_t> bodies{r.target};
+  for (std::size_t i = 1; i < pieces.size(); ++i) bodies.push_back(createBody(std::move(pieces[i])));
+  for (PK_BODY_t tool : r.tools) removeTool(tool);
+  return bodies;
+}
+
+bool allSolid(const Request& r) {
+  if (bodyData(r.target).type != PK_BODY_type_solid_c) return false;
+  return std::all_of(r.tools.begin(), r.tools.end(),
+                     [](PK_BODY_t tool) { return bodyData(tool).type == PK_BODY_type_solid_c; });
+}
+
+PK_boolean_result_t run(const Request& r, std::vector<PK_BODY_t>& bodies) {
+  if (std::find(r.tools.begin(), r.tools.end(), r.target) != r.tools.end()) return PK_boolean_result_is_tool_c;
+  if (!allSolid(r)) return PK_boolean_result_not_solid_c;
+  bool clash = r.function == PK_boolean_intersect_c ? allBoxesClash(r) : anyBoxClash(r);
+  if (!clash) return PK_boolean_result_no_clash_c;
+  // Exact intersection first: a fuzzy value makes OCCT's boolean markedly
+  // slower, and most unions do not need it. A result that fails (or would be
+  // refused) is computed again with the fuzzy value asked for, and so is "no
+  // clash" (faces may meet only within the tolerance); when that fuzzy run
+  // fails, the exact "no clash" stands.
+  Outcome out;
+  for (double fuzzy : {0.0, r.fuzzy}) {
+    Outcome attempt;
+    try {
+      OCC_CATCH_SIGNALS
+      attempt = compute(r, fuzzy);
+    } catch (const Standard_Failure& failure) {
+      attempt.why = std::string("OCCT failed: ") + failure.GetMessageString();
+    }
+    bool keepNoClash = out.code == PK_boolean_result_no_clash_c && attempt.code == PK_boolean_result_failed_c;
+    if (!keepNoClash) out = std::move(attempt);
+    if (out.code != PK_boolean_result_failed_c && out.code != PK_boolean_result_no_clash_c) break;
+  }
+  if (out.code == PK_boolean_result_failed_c) setLastMessage("boolean failed: " + out.why);
+  if (out.code == PK_boolean_result_success_c) bodies = apply(r, out);
+  return out.code;
+}
+
+}  // namespace
+
+extern "C" PK_ERROR_code_t PK_BODY_boolean_2(PK_BODY_t target, int n_tools, const PK_BODY_t* tools,
+                                             const PK_BODY_boolean_o_t* options, PK_TOPOL_track_r_t* tracking,
+                                             PK_boolean_r_t* results) {
+  return guarded([&] {
+    requireArg(results);
+    *results = PK_boolean_r_t{PK_boolean_result_failed_c, 0, nullptr};
+    if (tracking) *tracking = PK_TOPOL_track_r_t{0, nullptr};
+    clearLastMessage();
+    Request request = readRequest(target, n_tools, tools, options);
+    std::vector<PK_BODY_t> bodies;
+    results->result = run(request, bodies);
+    handOut(bodies, &results->n_bodies, &results->bodies);
+  });
+}
+
+extern "C" PK_ERROR_code_t PK_boolean_r_f(PK_boolean_r_t* results) {
+  return guarded([&] {
+    requireArg(results);
+    kernelFree(results->bodies);
+    *results = PK_boolean_r_t{results->result, 0, nullptr};
+  });
+}
+
+extern "C" PK_ERROR_code_t PK_TOPOL_track_r_f(PK_TOPOL_track_r_t* tracking) {
+  return guarded([&] {
+    requireArg(tracking);
+    *tracking = PK_TOPOL_track_r_t{0, nullptr};
+  });
+}

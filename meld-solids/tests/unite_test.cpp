@@ -1,0 +1,189 @@
+// Uniting in-process, against the real kernel: guarded unions, the body
+// checks, inner-shell removal and the passes.
+#include <gtest/gtest.h>
+
+#include "MeldSolids.h"
+#include "MeldUnite.h"
+#include "PSCFileHelpers.h"
+#include "PSCGetAllBodyInPart.h"
+#include "PSCLog.h"
+#include "PSCModeller.h"
+#include "SampleBuilder.h"
+#include "TestSupport.h"
+#include "erutil.h"
+
+namespace {
+
+const char kSource[] = "meld-solids\\MeldSolids";
+
+std::string record(const std::string& function, int code, const std::string& callee, int result,
+                   int line) {
+  return function + " = " + std::to_string(code) + " : " + callee + " = " + std::to_string(result) +
+         " \n      [" + kSource + "],[" + std::to_string(line) + "]\n";
+}
+
+// A scratch folder, the log at a debug level, and the modeller as the driver
+// starts it.
+class Session {
+ public:
+  explicit Session(const char* level = "1") : m_vtdbg("VTDBG", level) {
+    PSCInitializeLog("unite.log", nullptr);
+    PSCSetSchemaDirectory(nullptr);
+    started = PSCStartModeller(false, true);
+  }
+  ~Session() {
+    PSCEndModeller();
+    PSCTerminateLog();
+    erClear();
+  }
+  std::string log() const { return meldtest::readFile(m_dir.path() / "unite.log"); }
+  int started;
+
+ private:
+  meldtest::ScopedWorkDir m_dir;
+  meldtest::ScopedEnv m_axdbg{"AXDBG", nullptr};
+  meldtest::ScopedEnv m_vtdbg;
+};
+
+PK_BODY_t block(double size, double x, double y, double z) {
+  PK_AXIS2_sf_t frame{};
+  frame.location = {{x, y, z}};
+  frame.axis = {{0, 0, 1}};
+  frame.ref_direction = {{1, 0, 0}};
+  PK_BODY_t body = PK_ENTITY_null;
+  EXPECT_EQ(PK_BODY_create_solid_block(size, size, size, &frame, &body), 0);
+  return body;
+}
+
+bool alive(PK_ENTITY_t entity) {
+  PK_LOGICAL_t is = PK_LOGICAL_false;
+  return PK_ENTITY_is(entity, &is) == 0 && is;
+}
+
+int regionCount(PK_BODY_t body) {
+  int n = 0;
+  PK_REGION_t* regions = nullptr;
+  EXPECT_EQ(PK_BODY_ask_regions(body, &n, &regions), 0);
+  PK_MEMORY_free(regions);
+  return n;
+}
+
+std::vector<PK_BODY_t> bodiesOf(PK_PART_t part) {
+  int n = 0;
+  PK_BODY_t* bodies = nullptr;
+  EXPECT_EQ(PSCGetAllBodyInPart(part, &n, &bodies), 0);
+  std::vector<PK_BODY_t> out(bodies, bodies + (bodies ? n : 0));
+  PK_MEMORY_free(bodies);
+  return out;
+}
+
+TEST(Unite, OverlappingBodiesUniteAndTheToolIsConsumed) {
+  Session s;
+  ASSERT_EQ(s.started, 0);
+  const PK_BODY_t target = block(0.01, 0, 0, 0), tool = block(0.01, 0.005, 0.005, 0.005);
+  EXPECT_EQ(st_DoUnite(target, tool, 0.0, 0.01), PK_boolean_result_success_c);
+  EXPECT_TRUE(alive(target));
+  EXPECT_FALSE(alive(tool));
+  EXPECT_FALSE(st_HasInvalidRegion(target));
+  EXPECT_EQ(s.log(), "");
+}
+
+TEST(Unite, BodiesApartDoNotClashAndStayAsTheyWere) {
+  Session s;
+  const PK_BODY_t target = block(0.01, 0, 0, 0), tool = block(0.01, 0.05, 0, 0);
+  EXPECT_EQ(st_DoUnite(target, tool, 0.0, 0.01), PK_boolean_result_no_clash_c);
+  EXPECT_TRUE(alive(tool));
+  EXPECT_EQ(s.log(), "");
+}
+
+TEST(Unite, ADeadToolFailsTheUnionAndIsRolledBack) {
+  Session s;
+  const PK_BODY_t target = block(0.01, 0, 0, 0), tool = block(0.01, 0.005, 0, 0);
+  ASSERT_EQ(PK_ENTITY_delete(1, &tool), 0);
+  EXPECT_EQ(st_DoUnite(target, tool, 0.0, 0.01), PK_boolean_result_failed_c);
+  EXPECT_TRUE(alive(target));
+  // The kernel's refusal is recorded, then the result's name.
+  const std::string log = s.log();
+  EXPECT_EQ(log.rfind("st_DoUnite = 0 : PK_BODY_boolean_2 = ", 0), 0u) << log;
+  EXPECT_NE(log.find("[meld-solids\\MeldSolids],[137]\nPK_boolean_result_failed_c\n"),
+            std::string::npos)
+      << log;
+}
+
+TEST(Unite, BodyChecksTreatKernelErrorsAsTheSafeAnswer) {
+  Session s;
+  const PK_BODY_t body = block(0.01, 0, 0, 0);
+  EXPECT_TRUE(st_IsSolidBody(body));
+  EXPECT_EQ(st_RefreshEntity(body, "gone\n"), body);
+  ASSERT_EQ(PK_ENTITY_delete(1, &body), 0);
+  EXPECT_EQ(st_RefreshEntity(body, "  Tool body becomes invalid.\n"), PK_ENTITY_null);
+  EXPECT_EQ(st_RefreshEntity(body, nullptr), PK_ENTITY_null);
+  EXPECT_EQ(s.log(), "  Tool body becomes invalid.\n");
+  EXPECT_FALSE(st_IsSolidBody(body));
+  EXPECT_TRUE(st_HasInvalidRegion(body));
+  PK_BODY_type_t type = 0;
+  const int typeError = PK_BODY_ask_type(body, &type);
+  int n = 0;
+  PK_REGION_t* regions = nullptr;
+  const int regionError = PK_BODY_ask_regions(body, &n, &regions);
+  EXPECT_EQ(s.log(), "  Tool body becomes invalid.\n" +
+                         record("st_IsSolidBody", 1, "PK_BODY_ask_type", typeError, 229) +
+                         record("st_HasInvalidRegion", 0, "PK_BODY_ask_regions", regionError, 52));
+}
+
+TEST(Unite, InnerShellRemovalFillsTheCavity) {
+  Session s;
+  const std::vector<PK_BODY_t> bodies = bodiesOf(samples::cavityBlock());
+  ASSERT_EQ(bodies.size(), 1u);
+  EXPECT_EQ(regionCount(bodies[0]), 3);
+  EXPECT_EQ(st_RemoveInnerShellInBody(bodies[0]), 0);
+  EXPECT_EQ(regionCount(bodies[0]), 2);
+  EXPECT_FALSE(st_HasInvalidRegion(bodies[0]));
+  // A plain solid is left alone.
+  EXPECT_EQ(st_RemoveInnerShellInBody(bodies[0]), 0);
+  EXPECT_EQ(regionCount(bodies[0]), 2);
+}
+
+TEST(Unite, PassesLeaveOneBodyInstancedInThePart) {
+  Session s("0");
+  const PK_PART_t part = samples::overlappingSolids();
+  ASSERT_EQ(bodiesOf(part).size(), 3u);
+  MeldSettings settings;
+  EXPECT_EQ(st_UniteAllBody(part, settings), 0);
+  const std::vector<PK_BODY_t> left = bodiesOf(part);
+  ASSERT_EQ(left.size(), 1u);
+  int n = 0;
+  PK_INSTANCE_t* instances = nullptr;
+  ASSERT_EQ(PK_PART_ask_ref_instances(left[0], &n, &instances), 0);
+  EXPECT_EQ(n, 1);
+  PK_MEMORY_free(instances);
+  EXPECT_EQ(s.log(), "totally 1 bodies are remained.\n");
+}
+
+TEST(Unite, NestedAssemblyBodiesAreUnitedAndTheRestSurvives) {
+  Session s("0");
+  const PK_PART_t part = samples::smallAssembly();
+  ASSERT_EQ(bodiesOf(part).size(), 3u);
+  MeldSettings settings;
+  EXPECT_EQ(st_UniteAllBody(part, settings), 0);
+  EXPECT_EQ(bodiesOf(part).size(), 2u);
+  EXPECT_EQ(s.log(), "totally 2 bodies are remained.\n");
+}
+
+TEST(Unite, ACollectionFailureEndsWith130) {
+  Session s("0");
+  MeldSettings settings;
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(st_UniteAllBody(PK_ENTITY_null, settings), 130);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "ERROR : rc = 10, PSCGetAllBodyInPart\n");
+}
+
+TEST(Run, AModellerThatWillNotStartEndsWith110) {
+  Session s;  // a session is already running: a second start is refused
+  const char* argv[] = {"meld-solids", "-iin.x_t", "-oout.x_t", "-k"};
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(MeldSolidsMain(4, argv), 110);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "ERROR : rc = 10, PSCStartModeller\n");
+}
+
+}  // namespace
