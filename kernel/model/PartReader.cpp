@@ -122,6 +122,15 @@ class PartReader {
     }
     double s = m_n.real(node, "scale");
     if (!std::isfinite(s)) s = 1;
+    // A rotation or reflection: rows of unit length at right angles (a shear or a
+    // non-uniform scale has no place in a B-rep transform).
+    for (int i = 0; i < 3; ++i)
+      for (int j = 0; j < 3; ++j) {
+        double dot = rot[3 * i] * rot[3 * j] + rot[3 * i + 1] * rot[3 * j + 1] + rot[3 * i + 2] * rot[3 * j + 2];
+        if (std::abs(dot - (i == j ? 1 : 0)) > 1e-9)
+          throw ModelError(PK_ERROR_bad_transf, m_n.describe(node) + " is not a rotation (general affine)");
+      }
+    if (!(s > 0)) throw ModelError(PK_ERROR_bad_transf, m_n.describe(node) + " has a scale that is not positive");
     if (!m_n.isNull(node, "perspective_vector") && m_n.vec(node, "perspective_vector").SquareMagnitude() > 0)
       throw ModelError(PK_ERROR_perspective_transf, m_n.describe(node) + " has perspective terms");
     Matrix m{};

@@ -17,19 +17,22 @@ using PartFileFailures = KernelSession;
 
 size_t entityCount() { return meld::kernel::session().table.size(); }
 
+const std::vector<double> kIdentity{1, 0, 0, 0, 1, 0, 0, 0, 1};
+
 // A file made of nodes: a block body, optionally under an assembly whose instance
-// has a transform with these perspective terms.
-std::string blockFile(bool withPerspective) {
+// has a transform with this matrix and these perspective terms.
+std::string blockFile(bool placed, const std::vector<double>& rotation = kIdentity,
+                      gp_XYZ perspective = gp_XYZ(0, 0, 0.5)) {
   meld::model::GraphSink sink;
   meld::model::WrittenBody body = meld::model::writeBody(sink, BRepPrimAPI_MakeBox(1.0, 2.0, 3.0).Shape());
   int64_t root = body.body;
-  if (withPerspective) {
+  if (placed) {
     int64_t assembly = sink.add("ASSEMBLY", {{"res_size", 1000.0}, {"res_linear", 1e-8}, {"type", int64_t{1}}});
     int64_t instance = sink.add("INSTANCE", {{"node_id", int64_t{900}}, {"type", int64_t{1}}, {"part", body.body},
                                              {"assembly", assembly}});
-    int64_t transform = sink.add("TRANSFORM", {{"owner", instance}, {"rotation_matrix", std::vector<double>{1, 0, 0, 0, 1, 0, 0, 0, 1}},
+    int64_t transform = sink.add("TRANSFORM", {{"owner", instance}, {"rotation_matrix", rotation},
                                                {"translation_vector", gp_XYZ(0, 0, 0)}, {"scale", 1.0},
-                                               {"perspective_vector", gp_XYZ(0, 0, 0.5)}});
+                                               {"perspective_vector", perspective}});
     sink.set(instance, "transform", transform);
     sink.set(assembly, "sub_instance", instance);
     root = assembly;
@@ -73,6 +76,8 @@ TEST_F(PartFileFailures, BadDataGivesItsCodeAndMessageAndLeavesTheSessionAsItWas
   putPartFile("perspective", blockFile(true));
   EXPECT_EQ(receive("perspective", &parts), PK_ERROR_perspective_transf);
   EXPECT_NE(lastMessage().find("TRANSFORM node"), std::string::npos) << lastMessage();
+  putPartFile("sheared", blockFile(true, {1, 0.5, 0, 0, 1, 0, 0, 0, 1}, gp_XYZ(0, 0, 0)));
+  EXPECT_EQ(receive("sheared", &parts), PK_ERROR_bad_transf);
 
   // A region chain that leads to a face: the builder stops there.
   meld::model::GraphSink sink;
@@ -86,6 +91,8 @@ TEST_F(PartFileFailures, BadDataGivesItsCodeAndMessageAndLeavesTheSessionAsItWas
   EXPECT_TRUE(parts.empty());
   EXPECT_EQ(entityCount(), before);
 
+  putPartFile("placed", blockFile(true, {0, -1, 0, 1, 0, 0, 0, 0, 1}, gp_XYZ(0, 0, 0)));
+  ASSERT_EQ(receive("placed", &parts), PK_ERROR_no_errors) << lastMessage();
   putPartFile("good", good);
   ASSERT_EQ(receive("good", &parts), PK_ERROR_no_errors);
   EXPECT_EQ(lastMessage(), "");
