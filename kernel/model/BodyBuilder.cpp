@@ -464,6 +464,9 @@ BuiltBody BodyBuilder::build(long body) {
   // that turned them round would hide a wrong reading of the senses.
   fix->FixShellTool()->FixOrientationMode() = 0;
   fix->FixSolidTool()->FixShellOrientationMode() = 0;
+  // Nor do loops get turned round by the area they enclose on the surface: on
+  // converted blend surfaces that estimate misjudges (nxcmp-Brake_Piston BODY 7).
+  fix->FixFaceTool()->FixOrientationMode() = 0;
   fix->Perform();
   out.shape = fix->Shape();
   Handle(ShapeBuild_ReShape) context = fix->Context();

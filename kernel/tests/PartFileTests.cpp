@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <set>
 
 namespace kerneltest {
 namespace {
@@ -60,44 +61,69 @@ void expectConsistentFile(const std::string& key) {
   EXPECT_TRUE(report.ok()) << key << ": " << (report.problems.empty() ? "" : report.problems.front());
 }
 
-// Every corpus file without procedural geometry: it loads, its bodies are those
-// the census counts, every solid is valid, and a text and a binary round trip
-// keep every body as it was. One line per file goes to the test's output.
+// One corpus file: it loads, its bodies are those the census counts, every solid
+// is valid, and a text and a binary round trip keep every body as it was. One
+// line per file goes to the test's output.
+void loadAndRoundTrip(const std::filesystem::path& corpus, const CensusRow& row) {
+  SCOPED_TRACE(row.file);
+  std::vector<PK_PART_t> parts;
+  ASSERT_EQ(receive(putCorpusFile(corpus, row.file), &parts), PK_ERROR_no_errors) << lastMessage();
+  std::vector<BodySummary> bodies = summariesOf(parts);
+  EXPECT_EQ(static_cast<int>(bodies.size()), row.bodies);
+  double volume = 0;
+  int valid = 0;
+  for (const BodySummary& b : bodies) {
+    if (b.type == PK_BODY_type_solid_c) {
+      EXPECT_TRUE(b.valid);
+    }
+    volume += b.volume;
+    valid += b.valid;
+  }
+  std::printf("%s\tbodies=%zu\tvalid=%d\tvolume=%.9g\n", row.file.c_str(), bodies.size(), valid, volume);
+  for (PK_transmit_format_t format : {PK_transmit_format_text_c, PK_transmit_format_neutral_c}) {
+    const std::string copy = "copy of " + row.file;
+    ASSERT_EQ(transmit(parts, copy, format), PK_ERROR_no_errors) << lastMessage();
+    if (const char* keep = std::getenv("MELD_KEEP_COPIES"))
+      meldtest::writeFile(std::filesystem::path(keep) / (copy + (format == PK_transmit_format_text_c ? ".x_t" : ".x_b")),
+                          partFile(copy));
+    expectConsistentFile(copy);
+    std::vector<PK_PART_t> again;
+    ASSERT_EQ(receive(copy, &again, format), PK_ERROR_no_errors) << lastMessage();
+    EXPECT_EQ(again.size(), parts.size());
+    expectSameBodies(bodies, summariesOf(again), format == PK_transmit_format_text_c ? "text" : "binary");
+    EXPECT_EQ(PK_ENTITY_delete(static_cast<int>(again.size()), again.data()), PK_ERROR_no_errors);
+  }
+  EXPECT_EQ(PK_ENTITY_delete(static_cast<int>(parts.size()), parts.data()), PK_ERROR_no_errors);
+}
+
 TEST_F(PartFiles, EveryFileWithoutProceduralGeometryLoadsAndSurvivesARoundTrip) {
   MELD_REQUIRE_CORPUS(corpus);
   int loaded = 0;
   for (const CensusRow& row : readCensus(corpus)) {
     if (row.procedural) continue;
-    SCOPED_TRACE(row.file);
-    std::vector<PK_PART_t> parts;
-    ASSERT_EQ(receive(putCorpusFile(corpus, row.file), &parts), PK_ERROR_no_errors) << lastMessage();
-    std::vector<BodySummary> bodies = summariesOf(parts);
-    EXPECT_EQ(static_cast<int>(bodies.size()), row.bodies);
-    double volume = 0;
-    int valid = 0;
-    for (const BodySummary& b : bodies) {
-      if (b.type == PK_BODY_type_solid_c) EXPECT_TRUE(b.valid);
-      volume += b.volume;
-      valid += b.valid;
-    }
-    std::printf("%s\tbodies=%zu\tvalid=%d\tvolume=%.9g\n", row.file.c_str(), bodies.size(), valid, volume);
-    for (PK_transmit_format_t format : {PK_transmit_format_text_c, PK_transmit_format_neutral_c}) {
-      const std::string copy = "copy of " + row.file;
-      ASSERT_EQ(transmit(parts, copy, format), PK_ERROR_no_errors) << lastMessage();
-      if (const char* keep = std::getenv("MELD_KEEP_COPIES"))
-        meldtest::writeFile(std::filesystem::path(keep) / (copy + (format == PK_transmit_format_text_c ? ".x_t" : ".x_b")),
-                            partFile(copy));
-      expectConsistentFile(copy);
-      std::vector<PK_PART_t> again;
-      ASSERT_EQ(receive(copy, &again, format), PK_ERROR_no_errors) << lastMessage();
-      EXPECT_EQ(again.size(), parts.size());
-      expectSameBodies(bodies, summariesOf(again), format == PK_transmit_format_text_c ? "text" : "binary");
-      EXPECT_EQ(PK_ENTITY_delete(static_cast<int>(again.size()), again.data()), PK_ERROR_no_errors);
-    }
-    EXPECT_EQ(PK_ENTITY_delete(static_cast<int>(parts.size()), parts.data()), PK_ERROR_no_errors);
+    loadAndRoundTrip(corpus, row);
     ++loaded;
   }
   EXPECT_EQ(loaded, 37);
+}
+
+// Files whose intersection curves and blends the procedural converters build
+// into valid solids round-trip the same way: what is written is what was read.
+// (drone-Drone_body_V2, nxcmp-Brake_Piston, jack-3D Scissor Jack, ps4-snapon_2
+// and mixer-assem do not yet: invalid bodies, or healing that adds or merges an
+// edge on reading again.)
+TEST_F(PartFiles, ProceduralFilesThatLoadValidSurviveARoundTrip) {
+  MELD_REQUIRE_CORPUS(corpus);
+  const std::set<std::string> files = {"biox-Assembly.x_t",        "brepm-example_part.x_t", "brepm-output_baseline1.x_t",
+                                       "design-Part Studio 1.x_t", "geneva-Geneva drive.x_t", "geneva-Part1.x_t",
+                                       "ps4-Ball.1.x_t",           "ps4-Cone.x_t",           "ps4-Ring for cone .x_t"};
+  int loaded = 0;
+  for (const CensusRow& row : readCensus(corpus)) {
+    if (!row.procedural || !files.count(row.file)) continue;
+    loadAndRoundTrip(corpus, row);
+    ++loaded;
+  }
+  EXPECT_EQ(loaded, static_cast<int>(files.size()));
 }
 
 }  // namespace

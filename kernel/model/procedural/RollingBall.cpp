@@ -23,6 +23,9 @@ constexpr int kVerifyAcross = 10;
 constexpr int kMaxDegree = 11;
 constexpr int kMaxSegments = 200;
 constexpr int kMaxSegmentsC0 = 1000;
+// Ends of a closed spine's blend this close are one (the fit's own error is
+// larger): the surface is made periodic.
+constexpr double kClosedGap = 1e-8;
 
 // The five poles and weights of the exact arc: two rational quadratic spans of
 // half the angle each.
@@ -168,12 +171,17 @@ bool orientOutward(const RollingBall& ball, Geom_BSplineSurface& surface) {
 // surface that is periodic in that direction (it then has a seam edge), so the
 // first and last rows of poles, equal up to rounding, are made one.
 void closeAroundSpine(const RollingBall& ball, Geom_BSplineSurface& surface) {
-  if (ball.spine->value(ball.first).Distance(ball.spine->value(ball.last)) > 1e-9) return;
+  if (ball.spine->value(ball.first).Distance(ball.spine->value(ball.last)) > kClosedGap) return;
   const int last = surface.NbUPoles();
-  for (int j = 1; j <= surface.NbVPoles(); ++j) {
-    if (surface.Pole(1, j).Distance(surface.Pole(last, j)) > 1e-9 || std::abs(surface.Weight(1, j) - surface.Weight(last, j)) > 1e-12)
+  for (int j = 1; j <= surface.NbVPoles(); ++j)
+    if (surface.Pole(1, j).Distance(surface.Pole(last, j)) > kClosedGap ||
+        std::abs(surface.Weight(1, j) - surface.Weight(last, j)) > 1e-9)
       return;
-    surface.SetPole(last, j, surface.Pole(1, j), surface.Weight(1, j));
+  for (int j = 1; j <= surface.NbVPoles(); ++j) {
+    const gp_Pnt mid((surface.Pole(1, j).XYZ() + surface.Pole(last, j).XYZ()) / 2);
+    const double weight = (surface.Weight(1, j) + surface.Weight(last, j)) / 2;
+    surface.SetPole(1, j, mid, weight);
+    surface.SetPole(last, j, mid, weight);
   }
   surface.SetUPeriodic();
 }
