@@ -52,6 +52,28 @@ function(meld_tests name)
   file(MAKE_DIRECTORY ${workdir})
   gtest_discover_tests(${name}
     WORKING_DIRECTORY ${workdir}
-    PROPERTIES ENVIRONMENT "MELD_SOURCE_DIR=${PROJECT_SOURCE_DIR};MELD_CORPUS_DIR=${MELD_CORPUS_DIR}"
+    TEST_LIST ${name}_TESTS
     DISCOVERY_TIMEOUT 60)
+  meld_test_environment(${name}_TESTS)
+endfunction()
+
+# The environment every test runs with: where the sources and the real-file
+# corpus are.
+function(meld_test_environment_value out)
+  set(${out} "MELD_SOURCE_DIR=${PROJECT_SOURCE_DIR};MELD_CORPUS_DIR=${MELD_CORPUS_DIR}" PARENT_SCOPE)
+endfunction()
+
+# Gives the tests that gtest_discover_tests found (listed in the variable named
+# <list_var>) the test environment. gtest_discover_tests hands its PROPERTIES
+# on as one flat list, so an ENVIRONMENT of two entries reaches CTest as one
+# entry and a stray word; a script of our own, which CTest reads after the
+# discovered tests, sets the whole list instead.
+function(meld_test_environment list_var)
+  meld_test_environment_value(environment)
+  set(script ${CMAKE_CURRENT_BINARY_DIR}/${list_var}_environment.cmake)
+  file(WRITE ${script}
+    "if(${list_var})\n"
+    "  set_tests_properties(\${${list_var}} PROPERTIES ENVIRONMENT [==[${environment}]==])\n"
+    "endif()\n")
+  set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${script})
 endfunction()

@@ -55,6 +55,15 @@ const TransfData& transfData(PK_TRANSF_t transf) {
 
 bool isRigid(const gp_Trsf& trsf) { return std::abs(std::abs(trsf.ScaleFactor()) - 1) < kScaleTolerance && trsf.ScaleFactor() > 0; }
 
+// A rigid motion only changes the shape's location, sharing its topology. The
+// motion is composed with the location into one transformation: chaining a
+// location per call (TopoDS_Shape::Moved) makes every later call, and every
+// use of the shape, walk a chain as long as the number of moves.
+TopoDS_Shape relocated(const TopoDS_Shape& shape, const gp_Trsf& motion) {
+  gp_Trsf composed = motion * shape.Location().Transformation();
+  return shape.Located(TopLoc_Location(composed));
+}
+
 }  // namespace
 
 extern "C" PK_ERROR_code_t PK_TRANSF_create(const PK_TRANSF_sf_t* transf_sf, PK_TRANSF_t* transf) {
@@ -87,7 +96,7 @@ extern "C" PK_ERROR_code_t PK_BODY_transform_2(PK_BODY_t body, PK_TRANSF_t trans
     // (every sub-entity keeps its tag); a scale rebuilds the geometry, and
     // the sub-entities follow it through the rebuild's history.
     if (isRigid(trsf)) {
-      replaceBodyShape(body, shape.Moved(TopLoc_Location(trsf)));
+      replaceBodyShape(body, relocated(shape, trsf));
       return;
     }
     BRepBuilderAPI_Transform scaled(shape, trsf, true);

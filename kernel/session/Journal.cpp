@@ -40,17 +40,29 @@ Journal::Journal(EntityTable& table, MarkBook& marks, std::optional<DeltaStore>&
 Journal::~Journal() { table_.setListener(nullptr); }
 
 void Journal::created(PK_ENTITY_t tag) {
-  if (recording()) append(UndoRecord{UndoKind::created, tag, 0, 0, 0, 0});
+  if (recording() && !journalledSinceNewestMark(tag))
+    append(UndoRecord{UndoKind::created, tag, 0, 0, 0, 0});
 }
 
 void Journal::deleted(PK_ENTITY_t tag, const Record& old) {
-  if (recording())
+  if (recording() && !journalledSinceNewestMark(tag))
     append(UndoRecord{UndoKind::deleted, tag, old.cls, old.owner, old.referent, archive(old.payload)});
 }
 
 void Journal::replaced(PK_ENTITY_t tag, const Record& old) {
-  if (recording())
+  if (recording() && !journalledSinceNewestMark(tag))
     append(UndoRecord{UndoKind::replaced, tag, old.cls, old.owner, old.referent, archive(old.payload)});
+}
+
+bool Journal::journalledSinceNewestMark(PK_ENTITY_t tag) {
+  // Any change of the newest mark (one made, deleted, or gone back past)
+  // starts the set afresh; going back clears it as well (rollTo).
+  std::uint64_t newest = marks_.newestPosition();
+  if (newest != newestMarkSeen_) {
+    touchedSinceNewestMark_.clear();
+    newestMarkSeen_ = newest;
+  }
+  return !touchedSinceNewestMark_.insert(tag).second;
 }
 
 void Journal::append(UndoRecord record) {
@@ -90,6 +102,14 @@ DeltaStore& Journal::deltaStore() {
 
 void Journal::beginPmarkStretch(PK_PMARK_t pmark) {
   sealOpenStretch();
+  // What a deleted pmark that was gone back to leaves: no records, no mark,
+  // no delta. It would stay in the row for good.
+  if (!stretches_.empty()) {
+    const Stretch& last = stretches_.back();
+    if (last.where == Where::memory && last.records.empty() && last.pmark == PK_ENTITY_null &&
+        last.delta == 0)
+      stretches_.pop_back();
+  }
   Stretch open;
   open.begin = open.end = position_;
   open.pmark = pmark;
@@ -247,6 +267,7 @@ RollReport Journal::rollTo(std::uint64_t target) {
     break;
   }
   position_ = std::min(position_, target);
+  touchedSinceNewestMark_.clear();  // their records may be the ones undone
 
   // Now the store: spent deltas go, the pmark gone to gets a fresh one. A
   // failure here does not undo the roll-back; it is reported once all is done.
@@ -336,6 +357,7 @@ void Journal::clear() {
   // go with the file.
   stretches_.clear();
   archive_.clear();
+  touchedSinceNewestMark_.clear();
 }
 
 }  // namespace meld::kernel

@@ -22,6 +22,7 @@
 #include <deque>
 #include <optional>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace meld::kernel {
@@ -93,6 +94,10 @@ class Journal : public ChangeListener {
   class Tracker;
 
   bool recording() const { return !marks_.empty(); }
+  // Whether the entity already has a record since the newest mark: going back
+  // to any live mark passes that record, which brings back an older state, so
+  // a later change needs no record and its old payload is let go at once.
+  bool journalledSinceNewestMark(PK_ENTITY_t tag);
   void append(UndoRecord record);
   std::uint32_t archive(const PayloadPtr& payload);
   PayloadPtr takeArchived(std::uint32_t id);
@@ -113,6 +118,8 @@ class Journal : public ChangeListener {
   std::deque<Stretch> stretches_;
   std::unordered_map<std::uint32_t, PayloadPtr> archive_;
   std::uint32_t nextPayloadId_ = 1;
+  std::unordered_set<PK_ENTITY_t> touchedSinceNewestMark_;
+  std::uint64_t newestMarkSeen_ = 0;
   std::uint64_t position_ = 0;
 };
 

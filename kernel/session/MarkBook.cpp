@@ -46,6 +46,11 @@ std::uint64_t MarkBook::oldestPosition() const {
                              : byPosition_.begin()->first;
 }
 
+std::uint64_t MarkBook::newestPosition() const {
+  return byPosition_.empty() ? std::numeric_limits<std::uint64_t>::max()
+                             : byPosition_.rbegin()->first;
+}
+
 std::vector<PK_ENTITY_t> MarkBook::all() const {
   std::vector<PK_ENTITY_t> tags;
   for (const auto& [position, tag] : byPosition_) tags.push_back(tag);

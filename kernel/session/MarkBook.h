@@ -29,6 +29,8 @@ class MarkBook {
   bool empty() const { return marks_.empty(); }
   bool anyOfKind(MarkKind kind) const;
   std::uint64_t oldestPosition() const;
+  // Position of the newest mark; the largest value when there is none.
+  std::uint64_t newestPosition() const;
   std::vector<PK_ENTITY_t> all() const;
 
  private:

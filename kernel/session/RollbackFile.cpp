@@ -24,7 +24,9 @@ int RollbackFile::setSize(int bytes) {
   if (bytes < KI_rollback_size_min || bytes > KI_rollback_size_max || open_)
     return KI_rollback_size_bad;
   size_ = bytes;
-  return 0;
+  // Opened now, so that a file that cannot be opened is reported where the
+  // application sizes it, not at its first mark.
+  return ensureOpen();
 }
 
 int RollbackFile::ensureOpen() {

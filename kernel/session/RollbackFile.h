@@ -16,6 +16,8 @@ class RollbackFile {
   static constexpr int kDefaultSize = 16 * 1024 * 1024;
 
   // Codes are the K-interface's ifail values; 0 is success.
+  // Sets the size and opens the file (964 refused or already open, 928 the
+  // frustrum cannot open it; the size then stays for the next attempt).
   int setSize(int bytes);
   int writeMark(std::uint64_t position);
   int writeStretch(const std::string& bytes);

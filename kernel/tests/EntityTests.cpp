@@ -1,12 +1,30 @@
 #include "TestKernel.h"
 
+#include "ops/Bodies.h"
+
+#include <BRep_Tool.hxx>
+#include <TopExp.hxx>
+#include <TopTools_IndexedMapOfShape.hxx>
+#include <TopoDS.hxx>
+
 #include <cmath>
+#include <cstring>
+#include <vector>
 
 using namespace kerneltest;
 
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
+
+// The body's vertices in the order its topology lists them.
+std::vector<gp_Pnt> vertexPoints(PK_BODY_t body) {
+  TopTools_IndexedMapOfShape vertices;
+  TopExp::MapShapes(meld::kernel::bodyData(body).shape, TopAbs_VERTEX, vertices);
+  std::vector<gp_Pnt> points;
+  for (int i = 1; i <= vertices.Extent(); ++i) points.push_back(BRep_Tool::Pnt(TopoDS::Vertex(vertices(i))));
+  return points;
+}
 
 PK_CLASS_t classOf(PK_ENTITY_t entity) {
   PK_CLASS_t cls = 0;
@@ -107,6 +125,48 @@ TEST_F(Entities, TransformMovesAndRefusesPerspective) {
   EXPECT_EQ(PK_TRANSF_create(&perspective, &transf), PK_ERROR_bad_transf);
   PK_TRANSF_sf_t shear{{{1, 0.5, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 1}}};
   EXPECT_EQ(PK_TRANSF_create(&shear, &transf), PK_ERROR_bad_transf);
+}
+
+// A body moved many times carries one location, the product of the moves,
+// and its vertices lie where one move by that product puts them. Two motions
+// that do not commute alternate, so that the order of composing counts.
+TEST_F(Entities, ManyRigidMovesComposeIntoOneLocation) {
+  const double a = 2 * kPi / 7, b = 2 * kPi / 11;
+  const double steps[2][4][4] = {
+      {{std::cos(a), -std::sin(a), 0, 0.3}, {std::sin(a), std::cos(a), 0, -0.1}, {0, 0, 1, 0.05}, {0, 0, 0, 1}},
+      {{1, 0, 0, -0.2}, {0, std::cos(b), -std::sin(b), 0.4}, {0, std::sin(b), std::cos(b), 0}, {0, 0, 0, 1}}};
+  PK_TRANSF_t stepTransfs[2] = {0, 0};
+  for (int k = 0; k < 2; ++k) {
+    PK_TRANSF_sf_t sf;
+    std::memcpy(sf.matrix, steps[k], sizeof sf.matrix);
+    ASSERT_EQ(PK_TRANSF_create(&sf, &stepTransfs[k]), PK_ERROR_no_errors);
+  }
+
+  double total[4][4] = {{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 1}};
+  PK_BODY_t moved = makeBlock(1, 2, 3);
+  for (int i = 0; i < 200; ++i) {
+    ASSERT_EQ(PK_BODY_transform_2(moved, stepTransfs[i % 2], 1e-6, nullptr), PK_ERROR_no_errors);
+    double next[4][4] = {};
+    for (int r = 0; r < 4; ++r)
+      for (int c = 0; c < 4; ++c)
+        for (int k = 0; k < 4; ++k) next[r][c] += steps[i % 2][r][k] * total[k][c];
+    std::memcpy(total, next, sizeof total);
+  }
+  const TopoDS_Shape& shape = meld::kernel::bodyData(moved).shape;
+  EXPECT_TRUE(shape.Location().NextLocation().IsIdentity()) << "one location, not a chain";
+
+  PK_TRANSF_sf_t totalSf;
+  std::memcpy(totalSf.matrix, total, sizeof total);
+  PK_TRANSF_t totalTransf = 0;
+  ASSERT_EQ(PK_TRANSF_create(&totalSf, &totalTransf), PK_ERROR_no_errors);
+  PK_BODY_t once = makeBlock(1, 2, 3);
+  ASSERT_EQ(PK_BODY_transform_2(once, totalTransf, 1e-6, nullptr), PK_ERROR_no_errors);
+  std::vector<gp_Pnt> expected = vertexPoints(once), got = vertexPoints(moved);
+  ASSERT_EQ(got.size(), 8u);
+  ASSERT_EQ(got.size(), expected.size());
+  for (std::size_t i = 0; i < got.size(); ++i)
+    EXPECT_LT(got[i].Distance(expected[i]), 1e-9) << i;
+  EXPECT_NEAR(volumeOf(moved), 6, 1e-9);
 }
 
 TEST_F(Entities, AssembliesListTheirPartsAndInstances) {

@@ -398,17 +398,29 @@ TEST_F(KInterface, SizeParameterIsChecked) {
     KI_SEINTP(&code, &size, &zero, &ifail);
     EXPECT_EQ(ifail, KI_rollback_size_bad) << size;
   }
+  EXPECT_EQ(frustrumLog().ffoprb, 0);
   const int good = 1 << 20;
-  KI_SEINTP(&code, &good, &zero, &ifail);
-  EXPECT_EQ(ifail, 0);
   const int other = 4;
   KI_SEINTP(&other, &good, &zero, &ifail);
   EXPECT_EQ(ifail, KI_bad_parameter);
   KI_ROLBLM(&ifail);
   EXPECT_EQ(ifail, KI_rollback_not_started);
+
+  // A good size opens the file at once: a file that cannot be opened is
+  // told here (928), and the next attempt opens it.
   frustrumLog().failOprb = true;
+  KI_SEINTP(&code, &good, &zero, &ifail);
+  EXPECT_EQ(ifail, KI_cant_open_rollback);
   KI_ROLSMK(&ifail);
   EXPECT_EQ(ifail, KI_cant_open_rollback);
+  EXPECT_EQ(frustrumLog().ffoprb, 2);
+  frustrumLog().failOprb = false;
+  KI_SEINTP(&code, &good, &zero, &ifail);
+  EXPECT_EQ(ifail, 0);
+  EXPECT_EQ(frustrumLog().ffoprb, 3);
+  KI_ROLSMK(&ifail);
+  EXPECT_EQ(ifail, 0);
+  EXPECT_EQ(frustrumLog().ffoprb, 3);  // the mark uses the file already open
 }
 
 TEST_F(KInterface, RollBackToTheLastMarkThroughTheFile) {
@@ -437,4 +449,221 @@ TEST_F(KInterface, RollBackToTheLastMarkThroughTheFile) {
   const double zero = 0;
   KI_SEINTP(&code, &size, &zero, &ifail);
   EXPECT_EQ(ifail, KI_rollback_size_bad);  // the file is open: too late to resize
+}
+
+namespace {
+
+// A shift along x, made before any mark so that moving a body journals only
+// the replaced body.
+PK_TRANSF_t shiftX(double dx) {
+  PK_TRANSF_sf_t sf{{{1, 0, 0, dx}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 1}}};
+  PK_TRANSF_t transf = 0;
+  EXPECT_EQ(PK_TRANSF_create(&sf, &transf), PK_ERROR_no_errors);
+  return transf;
+}
+
+void move(PK_BODY_t body, PK_TRANSF_t transf) {
+  ASSERT_EQ(PK_BODY_transform_2(body, transf, 1e-6, nullptr), PK_ERROR_no_errors);
+}
+
+// Offset of the payload id of record `index` in an encoded stretch.
+std::size_t payloadIdOffset(std::size_t index) { return 4 + 21 * index + 17; }
+
+}  // namespace
+
+using Journal = KernelSession;
+
+// A boolean replaces its target again and again: going back past several
+// replacements of one body must end at the oldest shape (undo newest first),
+// within one stretch (plain marks) and across stretches (pmarks).
+TEST_F(Journal, ReplacingOneBodyRepeatedlyGoesBackToTheOldestShape) {
+  PK_BODY_t body = makeBlock(1, 1, 1);
+  PK_TRANSF_t shift = shiftX(2);
+  const std::string original = boxOf(body);
+
+  PK_MARK_t outer = 0, inner = 0;
+  ASSERT_EQ(PK_MARK_create(&outer), PK_ERROR_no_errors);
+  move(body, shift);
+  const std::string once = boxOf(body);
+  ASSERT_EQ(PK_MARK_create(&inner), PK_ERROR_no_errors);
+  move(body, shift);
+  move(body, shift);
+  ASSERT_EQ(PK_MARK_goto(inner), PK_ERROR_no_errors);
+  EXPECT_EQ(boxOf(body), once);
+  move(body, shift);
+  ASSERT_EQ(PK_MARK_goto(outer), PK_ERROR_no_errors);
+  EXPECT_EQ(boxOf(body), original);
+  ASSERT_EQ(PK_MARK_delete(outer), PK_ERROR_no_errors);
+
+  PK_PMARK_t first = makePmark();
+  move(body, shift);
+  PK_PMARK_t second = makePmark();
+  move(body, shift);
+  PK_PMARK_t third = makePmark();
+  move(body, shift);
+  EXPECT_EQ(deltaLog().deltas.size(), 3u);
+  ASSERT_EQ(gotoPmark(second), PK_ERROR_no_errors);
+  EXPECT_EQ(boxOf(body), once);
+  EXPECT_EQ(gotoPmark(third), PK_ERROR_bad_mark);
+  ASSERT_EQ(gotoPmark(first), PK_ERROR_no_errors);
+  EXPECT_EQ(boxOf(body), original);
+}
+
+// Going back to an inner mark rewinds the journal's position: marks made
+// after that, and changes after them, line up with the records again.
+TEST_F(Journal, MarksMadeAfterGoingBackToAnInnerMarkStillWork) {
+  for (bool pmarks : {false, true}) {
+    SCOPED_TRACE(pmarks ? "pmarks" : "marks");
+    auto mark = [&] {
+      if (pmarks) return makePmark();
+      PK_MARK_t m = 0;
+      EXPECT_EQ(PK_MARK_create(&m), PK_ERROR_no_errors);
+      return m;
+    };
+    auto goBack = [&](PK_ENTITY_t m) { return pmarks ? gotoPmark(m) : PK_MARK_goto(m); };
+
+    PK_ENTITY_t outer = mark();
+    PK_BODY_t a = makeBlock(1, 1, 1);
+    PK_ENTITY_t inner = mark();
+    makeBlock(1, 1, 1, 3);
+    makeBlock(1, 1, 1, 6);
+    ASSERT_EQ(goBack(inner), PK_ERROR_no_errors);
+    PK_BODY_t kept = makeBlock(1, 1, 1, 9);
+    PK_ENTITY_t later = mark();
+    PK_BODY_t undone = makeBlock(1, 1, 1, 12);
+    ASSERT_EQ(goBack(later), PK_ERROR_no_errors);
+    EXPECT_FALSE(snapshot({undone})[undone].exists);
+    EXPECT_TRUE(snapshot({kept})[kept].exists);
+    EXPECT_TRUE(snapshot({a})[a].exists);
+    ASSERT_EQ(goBack(outer), PK_ERROR_no_errors);
+    EXPECT_FALSE(snapshot({kept})[kept].exists);
+    EXPECT_FALSE(snapshot({a})[a].exists);
+    if (pmarks) deletePmark(outer);
+    else ASSERT_EQ(PK_MARK_delete(outer), PK_ERROR_no_errors);
+    EXPECT_EQ(journal().stretchCount(), 0u);
+    EXPECT_EQ(journal().archivedPayloads(), 0u);
+  }
+}
+
+// Every stretch read back must announce the number of records the journal
+// knows it holds, and name only payloads still archived; otherwise the goto
+// is refused before anything is undone.
+TEST_F(Journal, StretchWithAWrongCountOrPayloadIdIsRefusedUntouched) {
+  PK_BODY_t body = makeBlock(1, 1, 1);
+  PK_TRANSF_t shift = shiftX(2);
+  PK_PMARK_t first = makePmark();
+  const std::string original = boxOf(body);
+  move(body, shift);                // one record, with the old shape archived
+  PK_BODY_t added = makeBlock(1, 1, 1, 5);  // and one without payload
+  makePmark();                      // writes first's stretch
+  move(body, shift);
+  const std::string moved = boxOf(body);
+
+  ASSERT_EQ(deltaLog().deltas.size(), 2u);
+  const PK_DELTA_t older = deltaLog().deltas.begin()->first;
+  const std::string good = deltaLog().deltas[older];
+  ASSERT_EQ(static_cast<long long>(good.size()), stretchBytes(2));
+  const std::uint64_t position = journal().position();
+  const std::size_t archived = journal().archivedPayloads();
+  auto refusedUntouched = [&](const std::string& bytes, const char* what) {
+    deltaLog().deltas[older] = bytes;
+    EXPECT_EQ(gotoPmark(first), PK_ERROR_corrupt_delta) << what;
+    EXPECT_EQ(boxOf(body), moved) << what;  // the newer stretch was not undone either
+    EXPECT_TRUE(snapshot({added})[added].exists) << what;
+    EXPECT_EQ(journal().position(), position) << what;
+    EXPECT_EQ(journal().archivedPayloads(), archived) << what;
+  };
+
+  std::string fewer = good;
+  fewer[0] = 1;  // one record announced, two written
+  refusedUntouched(fewer.substr(0, fewer.size() - 21), "count one short");
+  std::string unknownPayload = good;
+  unknownPayload[payloadIdOffset(0) + 3] = char(0x40);  // an id never handed out
+  refusedUntouched(unknownPayload, "unknown payload id");
+
+  deltaLog().deltas[older] = good;
+  ASSERT_EQ(gotoPmark(first), PK_ERROR_no_errors);
+  EXPECT_EQ(boxOf(body), original);
+  EXPECT_FALSE(snapshot({added})[added].exists);
+}
+
+// The rollback file has the size asked for: records since the mark that do
+// not fit are refused with 930, and nothing is undone.
+TEST_F(Journal, RecordsThatDoNotFitTheRollbackFileAreRefused) {
+  const int code = KI_param_rollback_size, size = KI_rollback_size_min;
+  const double zero = 0;
+  int ifail = -1;
+  KI_SEINTP(&code, &size, &zero, &ifail);
+  ASSERT_EQ(ifail, 0);
+  KI_ROLSMK(&ifail);
+  ASSERT_EQ(ifail, 0);
+  // 16 header bytes + 4 count bytes + 21 per record: 194 records fit.
+  auto makeBlocks = [](int n) {
+    std::vector<PK_BODY_t> blocks;
+    for (int i = 0; i < n; ++i) blocks.push_back(makeBlock(0.1, 0.1, 0.1, 0.2 * i));
+    return blocks;
+  };
+  std::vector<PK_BODY_t> fitting = makeBlocks(194);
+  KI_ROLBLM(&ifail);
+  ASSERT_EQ(ifail, 0);
+  EXPECT_FALSE(snapshot({fitting.back()})[fitting.back()].exists);
+  EXPECT_EQ(frustrumLog().fileBytesWritten, 16 + stretchBytes(194));
+
+  std::vector<PK_BODY_t> tooMany = makeBlocks(195);
+  KI_ROLBLM(&ifail);
+  EXPECT_EQ(ifail, KI_rollback_file_full);
+  EXPECT_TRUE(snapshot({tooMany.front()})[tooMany.front()].exists);
+  EXPECT_TRUE(snapshot({tooMany.back()})[tooMany.back()].exists);
+  EXPECT_EQ(frustrumLog().fileBytesWritten, 16 + stretchBytes(194));  // nothing more written
+}
+
+// What no live mark can reach is not kept: after a body's first change since
+// the newest mark, its later changes keep no old shape (any goto passes the
+// first record); an entity made and deleted since that mark keeps none at all.
+TEST_F(Journal, OnlyTheFirstChangeSinceTheNewestMarkKeepsAPayload) {
+  PK_BODY_t body = makeBlock(1, 1, 1);
+  PK_TRANSF_t shift = shiftX(2);
+  const std::string original = boxOf(body);
+  PK_PMARK_t first = makePmark();
+  for (int i = 0; i < 3; ++i) move(body, shift);
+  PK_BODY_t passing = makeBlock(1, 1, 1, 5);
+  ASSERT_EQ(PK_ENTITY_delete(1, &passing), PK_ERROR_no_errors);
+  EXPECT_EQ(journal().archivedPayloads(), 1u);
+  EXPECT_EQ(journal().position(), 2u);  // the moved body, the passing block
+
+  // A mark in between: the state at it is reachable, so its shape is kept.
+  const std::string atSecond = boxOf(body);
+  PK_MARK_t second = 0;
+  ASSERT_EQ(PK_MARK_create(&second), PK_ERROR_no_errors);
+  move(body, shift);
+  move(body, shift);
+  EXPECT_EQ(journal().archivedPayloads(), 2u);
+  ASSERT_EQ(PK_MARK_goto(second), PK_ERROR_no_errors);
+  EXPECT_EQ(boxOf(body), atSecond);
+
+  // Gone back to the mark, the body's next change is its first since.
+  move(body, shift);
+  EXPECT_EQ(journal().archivedPayloads(), 2u);
+  ASSERT_EQ(gotoPmark(first), PK_ERROR_no_errors);
+  EXPECT_EQ(boxOf(body), original);
+  EXPECT_FALSE(snapshot({passing})[passing].exists);
+  EXPECT_EQ(journal().archivedPayloads(), 0u);
+}
+
+// The uniting loop's failure road: a pmark, a change, back to the pmark, the
+// pmark deleted. Round after round, nothing of those rounds stays behind.
+TEST_F(Journal, FailedAttemptsLeaveNoStretchBehind) {
+  makePmark();  // an earlier union, kept: its pmark dropped, still live
+  makeBlock(1, 1, 1);
+  makePmark();
+  std::size_t stretches = 0;
+  for (int round = 0; round < 4; ++round) {
+    PK_PMARK_t attempt = makePmark();
+    makeBlock(1, 1, 1, 3);
+    ASSERT_EQ(gotoPmark(attempt), PK_ERROR_no_errors);
+    deletePmark(attempt);
+    if (round == 0) stretches = journal().stretchCount();
+    EXPECT_EQ(journal().stretchCount(), stretches) << round;
+  }
+  EXPECT_EQ(journal().archivedPayloads(), 0u);
 }

@@ -34,7 +34,10 @@ std::string BinaryIn::rawChars(size_t count) {
 std::string BinaryIn::shortString() { return rawChars(byte()); }
 
 void BinaryOut::put(uint64_t v, int n) {
-  for (int i = n - 1; i >= 0; --i) m_bytes.push_back(static_cast<char>((v >> (8 * i)) & 0xff));
+  for (int k = 0; k < n; ++k) {
+    int i = m_little ? k : n - 1 - k;
+    m_bytes.push_back(static_cast<char>((v >> (8 * i)) & 0xff));
+  }
 }
 
 void BinaryOut::f64(double v) { put(std::bit_cast<uint64_t>(v), 8); }

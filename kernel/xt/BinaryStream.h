@@ -50,6 +50,8 @@ class BinaryIn {
 
 class BinaryOut {
  public:
+  // Big-endian (neutral binary) unless asked for little-endian (typed binary).
+  explicit BinaryOut(bool littleEndian = false) : m_little(littleEndian) {}
   void byte(uint8_t v) { m_bytes.push_back(static_cast<char>(v)); }
   void i16(int16_t v) { put(static_cast<uint16_t>(v), 2); }
   void i32(int32_t v) { put(static_cast<uint32_t>(v), 4); }
@@ -58,9 +60,11 @@ class BinaryOut {
   void shortString(std::string_view s);
   void raw(std::string_view s) { m_bytes.append(s); }
   const std::string& bytes() const { return m_bytes; }
+  bool littleEndian() const { return m_little; }
 
  private:
   void put(uint64_t v, int n);
+  bool m_little;
   std::string m_bytes;
 };
 

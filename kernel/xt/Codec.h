@@ -31,7 +31,8 @@ inline constexpr const char* kWriterVersion = "3400000";
 inline constexpr const char* kWriterSchemaKey = "SCH_3400000_34000";
 
 struct EncodeOptions {
-  Format format = Format::Text;  // text or neutral binary
+  Format format = Format::Text;  // text, neutral binary or typed binary
+  bool littleEndian = false;     // typed binary only: the byte order
   bool withHeader = true;        // the part-file header in front
   std::vector<std::pair<std::string, std::string>> part1;  // writer facts for PART1
 };

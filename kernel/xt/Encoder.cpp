@@ -42,6 +42,7 @@ struct TextSink {
 
 struct BinarySink {
   BinaryOut out;
+  bool typed = false;  // typed binary: flags with the byte order, values in it
   static constexpr bool kText = false;
   void count(int v) { out.byte(static_cast<uint8_t>(v)); }
   void shortValue(int v) { out.i16(static_cast<int16_t>(checked(v, -32768, 32767))); }
@@ -82,7 +83,7 @@ struct BinarySink {
 template <class Sink>
 class StreamEncoder {
  public:
-  explicit StreamEncoder(const Graph& graph) : m_graph(graph) {}
+  explicit StreamEncoder(const Graph& graph, Sink sink = Sink()) : m_graph(graph), m_sink(std::move(sink)) {}
 
   Sink& run() {
     writePrefix();
@@ -110,7 +111,13 @@ class StreamEncoder {
       m_sink.out.shortString(version);
       m_sink.out.shortString(key);
     } else {
-      m_sink.out.raw(std::string_view("PS\0\0", 4));
+      if (m_sink.typed) {
+        // Byte order as declared, IEEE reals, ASCII characters.
+        const char flags[7] = {'P', 'S', 0, 1, m_sink.out.littleEndian() ? char(1) : char(0), 0, 0};
+        m_sink.out.raw(std::string_view(flags, 7));
+      } else {
+        m_sink.out.raw(std::string_view("PS\0\0", 4));
+      }
       m_sink.out.i16(static_cast<int16_t>(version.size()));
       m_sink.out.raw(version);
       m_sink.out.i32(static_cast<int32_t>(key.size()));
@@ -212,8 +219,11 @@ std::string encode(const Graph& graph, const EncodeOptions& options) {
     case Format::NeutralBinary:
       out += StreamEncoder<BinarySink>(graph).run().out.bytes();
       break;
-    case Format::TypedBinary:
-      throw XtError("cannot encode: only text and neutral binary are written");
+    case Format::TypedBinary: {
+      BinarySink sink{BinaryOut(options.littleEndian), true};
+      out += StreamEncoder<BinarySink>(graph, std::move(sink)).run().out.bytes();
+      break;
+    }
   }
   return out;
 }

@@ -20,6 +20,8 @@ class NPRollbackMark {
 
   bool UsesKernelMarks() const { return m_pscRollback != nullptr; }
   bool FileMarkSet() const { return m_fileMarkSet != 0; }
+  // The kernel mark held, or 0 (none held, or the rollback-file road).
+  PK_ENTITY_t HeldMark() const { return m_pscRollback ? m_pscRollback->HeldMark() : PK_ENTITY_null; }
 
  private:
   std::unique_ptr<PSCRollback> m_pscRollback;

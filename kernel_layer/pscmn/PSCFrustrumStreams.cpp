@@ -1,6 +1,5 @@
 // Open streams: descriptors with their stream numbers, the shared line buffer,
 // and the close, read and write slots.
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -127,15 +126,23 @@ void PSCFreeSharedLineBuffer() {
   g_frustrum.lineBufferSize = 0;
 }
 
+// One line of at most nmax characters, read character by character so that a
+// zero byte is seen: text data never holds one (strings escape it), and a line
+// cut at it would lose the rest silently, so it is a read failure.
 int PSCReadTextLine(PSCFileDescriptor* stream, int nmax, char* buffer, int* nactual) {
   *nactual = 0;
-  if (nmax > INT_MAX - 1) nmax = INT_MAX - 1;  // fgets counts the terminator in an int
   char* line = PSCSharedLineBuffer(static_cast<size_t>(nmax) + 1);
   if (line == nullptr) return PK_FR_unspecified;
-  if (std::fgets(line, nmax + 1, stream->file) == nullptr) {
-    return std::feof(stream->file) ? PK_FR_end_of_file : PK_FR_read_fail;
+  size_t length = 0;
+  while (length < static_cast<size_t>(nmax)) {
+    int c = getc_unlocked(stream->file);
+    if (c == EOF) break;
+    if (c == '\0') return PK_FR_read_fail;
+    line[length++] = static_cast<char>(c);
+    if (c == '\n') break;
   }
-  size_t length = std::strlen(line);
+  if (length == 0) return std::feof(stream->file) ? PK_FR_end_of_file : PK_FR_read_fail;
+  if (std::ferror(stream->file)) return PK_FR_read_fail;
   // Files written on other systems end their lines with CR LF; the kernel
   // expects LF alone.
   if (length >= 2 && line[length - 2] == '\r' && line[length - 1] == '\n') {

@@ -91,10 +91,10 @@ int PSCEndModeller() {
     PSCReportFailure("PSCEndModeller", 0, "modeller don't start yet !", 0, kSource, 127);
     return 10;
   }
-  if (g_deltasRegistered) {
-    FRU__delta_init(2);
-    g_deltasRegistered = false;
-  }
+  // The flag stays set once deltas were registered in this process: a later
+  // run without deltas still asks the store to stop, and the store says it
+  // was not running.
+  if (g_deltasRegistered) FRU__delta_init(2);
   if (int rc = PK_SESSION_stop()) {
     PSCReportFailure("PSCEndModeller", 20, "PK_SESSION_stop", rc, kSource, 134);
     return 20;

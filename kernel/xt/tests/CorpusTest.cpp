@@ -2,6 +2,8 @@
 // and survives encoding to text and to binary unchanged.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include "XtTestUtil.h"
 
 namespace xt = meld::xt;
@@ -121,3 +123,13 @@ TEST_F(Corpus, WrittenTextKeepsTheRecordRules) {
 }
 
 }  // namespace
+
+// Under CTest (which sets MELD_SOURCE_DIR) the configured corpus folder must
+// reach the test too; otherwise a corpus anywhere but the default place is
+// silently not found and every corpus test skips.
+TEST(CorpusSetting, ReachesTestsRunByCTest) {
+  if (!std::getenv("MELD_SOURCE_DIR")) GTEST_SKIP() << "not run by CTest";
+  const char* dir = std::getenv("MELD_CORPUS_DIR");
+  ASSERT_NE(dir, nullptr);
+  EXPECT_STRNE(dir, "");
+}

@@ -112,6 +112,40 @@ TEST(Samples, DecodeToTheGeneratorsGraphInBothFormats) {
   }
 }
 
+// Typed binary declares its byte order in its flags and writes every value in
+// it: a sample in each order reads back to the graph it was written from. Big
+// endian is the neutral form under other flags.
+TEST(Samples, TypedBinaryReadsBackInEachByteOrder) {
+  const xt::Graph part = xt::buildBlockPart({{{0, 0, 0}, {0.01, 0.02, 0.03}}, {{0.005, 0, 0}, {0.01, 0.01, 0.01}}});
+  auto encoded = [&](xt::Format format, bool little) {
+    xt::EncodeOptions options;
+    options.format = format;
+    options.littleEndian = little;
+    options.withHeader = false;
+    return xt::encode(part, options);
+  };
+  const std::string neutral = encoded(xt::Format::NeutralBinary, false);
+  const std::string big = encoded(xt::Format::TypedBinary, false);
+  const std::string little = encoded(xt::Format::TypedBinary, true);
+  EXPECT_EQ(big.substr(0, 7), std::string("PS\0\1\0\0\0", 7));
+  EXPECT_EQ(little.substr(0, 7), std::string("PS\0\1\1\0\0", 7));
+  EXPECT_EQ(big.substr(7), neutral.substr(4));
+  ASSERT_EQ(little.size(), big.size());
+  // The length of the version string, a short, comes first after the flags.
+  EXPECT_EQ(little.substr(7, 2), std::string{big[8]} + big[7]);
+  EXPECT_NE(little.substr(7), big.substr(7));
+
+  for (bool isLittle : {false, true}) {
+    SCOPED_TRACE(isLittle ? "little endian" : "big endian");
+    xt::Graph decoded = xt::decode(isLittle ? little : big);
+    std::string why;
+    EXPECT_TRUE(xt::sameGraph(part, decoded, &why)) << why;
+    EXPECT_EQ(decoded.prefix.format, xt::Format::TypedBinary);
+    EXPECT_EQ(decoded.prefix.littleEndian, isLittle);
+    EXPECT_EQ(decoded.danglingPointers, 0);
+  }
+}
+
 TEST(Samples, RootedAsRealWritersRootOneOrSeveralParts) {
   xt::Graph one = xt::buildBlockPart({{{0, 0, 0}, {1, 1, 1}}});
   EXPECT_EQ(one.nodes().front().layout->name, "BODY");

@@ -21,6 +21,13 @@ const char kSizeBox[] =
     "   Translator Program again.                     \n"
     "-------------------------------------------------\n\n";
 
+const char kOpenBox[] =
+    "\n\n-------------------------------------------------\n"
+    "   Rollback file can't be opened !               \n"
+    "   Please check the environment variable         \n"
+    "   `VTX_ROLBK_FILE'  (default : rollback).       \n"
+    "-------------------------------------------------\n\n";
+
 class RollbackFile : public testing::Test {
  protected:
   void SetUp() override {
@@ -93,14 +100,25 @@ TEST_F(RollbackFile, RefusedSizeIsToldOnceAndNotRetried) {
   EXPECT_EQ(NPRollBackSetMark(), 0);
 }
 
-TEST_F(RollbackFile, UnopenableFileGivesTheSizeBoxAndAFailedMark) {
+TEST_F(RollbackFile, UnopenableFileIsToldWithTheOpenBoxWhenSized) {
   RunningModeller modeller;
   ASSERT_EQ(modeller.startResult, 0);
   meldtest::ScopedEnv file("VTX_ROLBK_FILE", "/nonexistent-dir/sub/rollback");
-  EXPECT_EQ(NPRollBackSetMark(), 2110);
+  EXPECT_EQ(NPRollBackSetMark(), 2010);
   const std::string log = modeller.log();
-  EXPECT_EQ(log.find(kSizeBox), 0u) << log;
-  EXPECT_NE(log.find("NPRollBackSetMark = 2110 : KI_ROLSMK = 928"), std::string::npos);
+  EXPECT_EQ(log.find(kOpenBox), 0u) << log;
+  EXPECT_EQ(log.find("Rollback file size"), std::string::npos) << log;
+  EXPECT_NE(log.find(sessiontest::errorRecord("st_RollBackInit", 2110, "KI_SEINTP",
+                                              KI_cant_open_rollback,
+                                              "kernel_layer\\src\\nut2ps\\NPRollBack", 74)),
+            std::string::npos);
+  EXPECT_NE(log.find("NPRollBackSetMark = 2010 : st_RollBackInit = 2110"), std::string::npos);
+
+  // Initialisation is not tried again; the mark itself fails with the size box.
+  EXPECT_EQ(NPRollBackSetMark(), 2110);
+  const std::string later = modeller.log().substr(log.size());
+  EXPECT_EQ(later.find(kSizeBox), 0u) << later;
+  EXPECT_NE(later.find("NPRollBackSetMark = 2110 : KI_ROLSMK = 928"), std::string::npos);
 }
 
 }  // namespace

@@ -74,6 +74,18 @@ TEST_F(FrustrumIo, CarriageReturnLineFeedReadsAsLineFeed) {
   EXPECT_EQ(last, PK_FR_end_of_file);
 }
 
+TEST_F(FrustrumIo, ATextLineWithAZeroByteIsAReadFailure) {
+  meldtest::writeFile("nul.x_t", std::string("good\nbad\0tail\nlast", 19));
+  Opened in = openRead(kTransmit, kText, "nul", 0);
+  ASSERT_EQ(in.ifail, 0);
+  std::string line;
+  ASSERT_EQ(read(kTransmit, in.strid, 100, line), 0);
+  EXPECT_EQ(line, "good\n");
+  EXPECT_EQ(read(kTransmit, in.strid, 100, line), PK_FR_read_fail);
+  EXPECT_EQ(line, "");
+  EXPECT_EQ(close(kTransmit, in.strid), 0);
+}
+
 TEST_F(FrustrumIo, AbandonedOutputIsDeletedOtherClosesKeepFiles) {
   Opened kept = openWrite(PK_FR_guise_snapshot, kBinary, "kept");
   Opened abandoned = openWrite(PK_FR_guise_snapshot, kBinary, "gone");

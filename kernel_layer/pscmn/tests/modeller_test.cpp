@@ -33,15 +33,19 @@ TEST(Modeller, StartsAndStopsWithTheDeltaStore) {
   EXPECT_EQ(dir.log(), "");
 }
 
-TEST(Modeller, AStopAfterARunWithoutDeltasLeavesTheStoreAlone) {
+TEST(Modeller, ARegisteredDeltaStoreIsStoppedAtEveryLaterStop) {
+  // Once deltas were registered, every stop asks the store to stop: after a
+  // run without deltas the store answers that it was not running.
   LoggedWorkDir dir;
   PSCSetSchemaDirectory(nullptr);
   ASSERT_EQ(PSCStartModeller(false, true), 0);
   ASSERT_EQ(PSCEndModeller(), 0);
   ASSERT_EQ(PSCStartModeller(false, false), 0);
+  EXPECT_FALSE(PSCGetDeltaStoreStats().running);
   testing::internal::CaptureStdout();
   EXPECT_EQ(PSCEndModeller(), 0);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "*** FRU__delta_init(): Attempt to stop when not running!\n");
 }
 
 TEST(Modeller, StoppingWithMarksAliveSaysNothing) {
