@@ -33,10 +33,12 @@ struct Outcome {
   std::vector<PK_BODY_t> bodies;
 };
 
-Outcome boolean(PK_BODY_t target, std::vector<PK_BODY_t> tools, PK_boolean_function_t function = PK_boolean_unite_c) {
+Outcome boolean(PK_BODY_t target, std::vector<PK_BODY_t> tools, PK_boolean_function_t function = PK_boolean_unite_c,
+                bool allowDisjoint = false) {
   PK_BODY_boolean_o_t options;
   PK_BODY_boolean_o_m(options);
   options.function = function;
+  options.allow_disjoint = allowDisjoint ? PK_LOGICAL_true : PK_LOGICAL_false;
   PK_TOPOL_track_r_t tracking;
   PK_boolean_r_t results;
   Outcome out;
@@ -243,6 +245,16 @@ TEST_F(Booleans, SubtractThatCutsTheTargetInTwoGivesTwoBodiesTargetFirst) {
   // Each end face lives on in exactly one of the two bodies.
   EXPECT_NE(contains(facesOf(out.bodies[0]), left), contains(facesOf(out.bodies[1]), left));
   EXPECT_NE(contains(facesOf(out.bodies[0]), right), contains(facesOf(out.bodies[1]), right));
+}
+
+TEST_F(Booleans, AllowDisjointKeepsTheTwoPiecesInOneBody) {
+  PK_BODY_t target = makeBlock(3, 1, 1), tool = makeBlock(1, 2, 2);
+  Outcome out = boolean(target, {tool}, PK_boolean_subtract_c, true);
+  ASSERT_EQ(out.result, PK_boolean_result_success_c);
+  EXPECT_EQ(out.bodies, std::vector<PK_BODY_t>{target});
+  EXPECT_EQ(regionView(target), "void:-- solid:+ solid:+");
+  EXPECT_NEAR(kernelVolume(target), 2.0, 1e-9);
+  EXPECT_EQ(facesOf(target).size(), 12u);
 }
 
 TEST_F(Booleans, IntersectKeepsTheCommonPart) {
