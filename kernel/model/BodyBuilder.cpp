@@ -6,16 +6,19 @@
 #include <BRep_Tool.hxx>
 #include <ElCLib.hxx>
 #include <Geom_Circle.hxx>
+#include <Geom_ElementarySurface.hxx>
 #include <Geom_Ellipse.hxx>
 #include <Geom_Line.hxx>
 #include <Precision.hxx>
 #include <ShapeAnalysis_Curve.hxx>
 #include <ShapeBuild_ReShape.hxx>
+#include <ShapeFix_Face.hxx>
 #include <ShapeFix_Shape.hxx>
 #include <ShapeFix_Shell.hxx>
 #include <ShapeFix_Solid.hxx>
 #include <ShapeFix_Wire.hxx>
 #include <Standard_Failure.hxx>
+#include <TopExp_Explorer.hxx>
 #include <TopoDS.hxx>
 #include <TopoDS_Compound.hxx>
 #include <TopoDS_Shell.hxx>
@@ -53,6 +56,45 @@ double parameterOf(const Handle(Geom_Curve)& curve, const gp_Pnt& p) {
 void reach(BRep_Builder& b, const TopoDS_Vertex& v, const gp_Pnt& p) {
   double d = BRep_Tool::Pnt(v).Distance(p);
   if (d > BRep_Tool::Tolerance(v)) b.UpdateVertex(v, d * 1.001);
+}
+
+// Whether every edge of the face runs along it twice, once each way: a whole
+// sphere or torus sent as one face bounded by its seam.
+bool boundedOnlyBySeams(const TopoDS_Face& face) {
+  std::map<const void*, int> uses;
+  for (TopExp_Explorer x(face, TopAbs_EDGE); x.More(); x.Next())
+    uses[x.Current().TShape().get()] += x.Current().Orientation() == TopAbs_FORWARD ? 1 : 100;
+  if (uses.empty()) return false;
+  for (const auto& [edge, count] : uses)
+    if (count != 101) return false;
+  return true;
+}
+
+// The whole-body healing leaves loops as the file's senses give them (the area
+// a loop encloses misjudges them on converted blend surfaces). A face bounded
+// only by its seam on an elementary surface still needs its loop turned the
+// right way, and there the enclosed area is a reliable guide, so such faces
+// are healed first, one by one, with that fix on. Replacements go to `context`.
+TopoDS_Shape orientLoopsOnElementarySurfaces(const TopoDS_Shape& shape,
+                                             const Handle(ShapeBuild_ReShape)& context) {
+  bool changed = false;
+  for (TopExp_Explorer x(shape, TopAbs_FACE); x.More(); x.Next()) {
+    const TopoDS_Face& face = TopoDS::Face(x.Current());
+    TopLoc_Location where;
+    Handle(Geom_Surface) surface = BRep_Tool::Surface(face, where);
+    if (surface.IsNull() || !surface->IsKind(STANDARD_TYPE(Geom_ElementarySurface))) continue;
+    if (!boundedOnlyBySeams(face)) continue;
+    ShapeFix_Face fixer(face);
+    fixer.SetPrecision(kMinTolerance);
+    fixer.SetMinTolerance(kMinTolerance);
+    fixer.SetMaxTolerance(1e-2);
+    fixer.FixWireTool()->FixShiftedMode() = 0;  // as the whole-body pass below
+    fixer.Perform();
+    if (fixer.Face().IsSame(face) && fixer.Face().IsEqual(face)) continue;
+    context->Replace(face, fixer.Face());
+    changed = true;
+  }
+  return changed ? context->Apply(shape) : shape;
 }
 
 }  // namespace
@@ -453,6 +495,8 @@ BuiltBody BodyBuilder::build(long body) {
 
   // What the format leaves implicit: pcurves, seam edges of periodic faces, same
   // parameter. Tolerances stay what the file says unless a curve end needs more.
+  Handle(ShapeBuild_ReShape) turned = new ShapeBuild_ReShape;
+  shape = orientLoopsOnElementarySurfaces(shape, turned);
   Handle(ShapeFix_Shape) fix = new ShapeFix_Shape(shape);
   fix->SetPrecision(kMinTolerance);
   fix->SetMinTolerance(kMinTolerance);
@@ -468,9 +512,9 @@ BuiltBody BodyBuilder::build(long body) {
   // converted blend surfaces that estimate misjudges (nxcmp-Brake_Piston BODY 7).
   fix->FixFaceTool()->FixOrientationMode() = 0;
   fix->Perform();
-  out.shape = fix->Shape();
   Handle(ShapeBuild_ReShape) context = fix->Context();
-  for (auto& [node, piece] : m_topology) out.topology.emplace(node, context->Apply(piece));
+  out.shape = fix->Shape();
+  for (auto& [node, piece] : m_topology) out.topology.emplace(node, context->Apply(turned->Apply(piece)));
   return out;
 }
 
