@@ -20,29 +20,16 @@
 #include <Interface_Static.hxx>
 #include <STEPControl_Reader.hxx>
 
+#include "BenchTiming.h"
 #include "Codec.h"
 #include "pk.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
 
-std::string readWhole(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-template <class F>
-double bestTime(int repeats, F&& run) {
-  double best = 1e30;
-  for (int i = 0; i < repeats; ++i) {
-    auto start = Clock::now();
-    run();
-    best = std::min(best, std::chrono::duration<double>(Clock::now() - start).count());
-  }
-  return best;
-}
+using meld::bench::bestTime;
+using meld::bench::readWhole;
 
 // A frustrum that serves one file from memory, a line per read as a text
 // frustrum does.

@@ -11,6 +11,7 @@
 // The last line for a grid is `grid N: kernel/raw=<ratio> kernel/oneshot=<ratio>`.
 // Times are process CPU seconds.
 #include "PSCFileHelpers.h"
+#include "PSCGetAllBodyInPart.h"
 #include "PSCModeller.h"
 #include "pk.h"
 
@@ -292,28 +293,24 @@ double kernelVolume(PK_BODY_t body) {
 }
 
 // The solid bodies of the parts (bodies, and bodies instanced by assemblies),
-// freed of the instances that refer to them, as the program does.
+// collected as the program collects them and freed of the instances that
+// refer to them, as the program does.
 std::vector<PK_BODY_t> solidsOf(const std::vector<PK_PART_t>& parts) {
   std::vector<PK_BODY_t> solids;
-  std::set<PK_PART_t> seen;
-  std::vector<PK_PART_t> todo(parts.rbegin(), parts.rend());
-  while (!todo.empty()) {
-    PK_PART_t part = todo.back();
-    todo.pop_back();
-    if (!seen.insert(part).second) continue;
-    PK_CLASS_t cls = 0;
-    check(PK_ENTITY_ask_class(part, &cls), "PK_ENTITY_ask_class");
-    if (cls == PK_CLASS_assembly) {
-      int n = 0;
-      PK_PART_t* sub = nullptr;
-      check(PK_ASSEMBLY_ask_parts(part, &n, &sub), "PK_ASSEMBLY_ask_parts");
-      for (int i = n - 1; i >= 0; --i) todo.push_back(sub[i]);
-      PK_MEMORY_free(sub);
-      continue;
+  std::set<PK_BODY_t> seen;
+  for (PK_PART_t part : parts) {
+    int n = 0;
+    PK_ENTITY_t* bodies = nullptr;
+    if (int step = PSCGetAllBodyInPart(part, &n, &bodies)) {
+      std::fprintf(stderr, "PSCGetAllBodyInPart failed at step %d\n", step);
+      std::exit(1);
     }
-    PK_BODY_type_t type = 0;
-    check(PK_BODY_ask_type(part, &type), "PK_BODY_ask_type");
-    if (type == PK_BODY_type_solid_c) solids.push_back(part);
+    for (int i = 0; i < n; ++i) {
+      PK_BODY_type_t type = 0;
+      check(PK_BODY_ask_type(bodies[i], &type), "PK_BODY_ask_type");
+      if (type == PK_BODY_type_solid_c && seen.insert(bodies[i]).second) solids.push_back(bodies[i]);
+    }
+    if (n > 0) PK_MEMORY_free(bodies);
   }
   for (PK_BODY_t body : solids) {
     int n = 0;

@@ -10,30 +10,16 @@
 #include <string>
 #include <vector>
 
+#include "BenchTiming.h"
 #include "Codec.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 namespace xt = meld::xt;
-using Clock = std::chrono::steady_clock;
 
-std::string readWhole(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-// Best of `repeats` runs, in seconds: the least disturbed by other work.
-template <class F>
-double bestTime(int repeats, F&& run) {
-  double best = 1e30;
-  for (int i = 0; i < repeats; ++i) {
-    auto start = Clock::now();
-    run();
-    best = std::min(best, std::chrono::duration<double>(Clock::now() - start).count());
-  }
-  return best;
-}
+using meld::bench::bestTime;
+using meld::bench::readWhole;
 
 std::vector<fs::path> largestXtFiles(const fs::path& dir, size_t count) {
   std::vector<fs::path> files;

@@ -59,10 +59,10 @@ std::string lastMessage() {
 std::vector<PK_BODY_t> bodiesOf(const std::vector<PK_PART_t>& parts) {
   std::vector<PK_BODY_t> bodies;
   std::set<PK_PART_t> seen;
-  std::vector<PK_PART_t> todo(parts.rbegin(), parts.rend());
-  while (!todo.empty()) {
-    PK_PART_t part = todo.back();
-    todo.pop_back();
+  std::vector<PK_PART_t> pending(parts.rbegin(), parts.rend());
+  while (!pending.empty()) {
+    PK_PART_t part = pending.back();
+    pending.pop_back();
     if (!seen.insert(part).second) continue;
     PK_CLASS_t cls = 0;
     EXPECT_EQ(PK_ENTITY_ask_class(part, &cls), PK_ERROR_no_errors);
@@ -73,7 +73,7 @@ std::vector<PK_BODY_t> bodiesOf(const std::vector<PK_PART_t>& parts) {
     int n = 0;
     PK_PART_t* sub = nullptr;
     EXPECT_EQ(PK_ASSEMBLY_ask_parts(part, &n, &sub), PK_ERROR_no_errors);
-    for (int i = n - 1; i >= 0; --i) todo.push_back(sub[i]);
+    for (int i = n - 1; i >= 0; --i) pending.push_back(sub[i]);
     if (sub) PK_MEMORY_free(sub);
   }
   return bodies;
