@@ -2,6 +2,7 @@
 // checks, inner-shell removal and the passes.
 #include <gtest/gtest.h>
 
+#include "MeldProcessFiles.h"
 #include "MeldSolids.h"
 #include "MeldUnite.h"
 #include "PSCFileHelpers.h"
@@ -129,6 +130,19 @@ TEST(Unite, BodyChecksTreatKernelErrorsAsTheSafeAnswer) {
   EXPECT_EQ(s.log(), "  Tool body becomes invalid.\n" +
                          record("st_IsSolidBody", 1, "PK_BODY_ask_type", typeError, 229) +
                          record("st_HasInvalidRegion", 0, "PK_BODY_ask_regions", regionError, 52));
+}
+
+// A union whose target ends without a solid region bounded by a positive
+// shell must be undone; a wire body read from a real file is such a body.
+TEST(Unite, ABodyWithoutAPositivelyBoundedSolidRegionIsInvalid) {
+  MELD_REQUIRE_CORPUS(corpus);
+  Session s;
+  PK_PART_t part = PK_ENTITY_null;
+  ASSERT_EQ(LoadPsPart((corpus / "gismo-swept.xmt_txt").c_str(), &part), 0);
+  ASSERT_NE(part, PK_ENTITY_null);
+  ASSERT_FALSE(st_IsSolidBody(part));
+  EXPECT_TRUE(st_HasInvalidRegion(part));
+  EXPECT_FALSE(st_HasInvalidRegion(block(0.01, 0, 0, 0)));
 }
 
 TEST(Unite, InnerShellRemovalFillsTheCavity) {
