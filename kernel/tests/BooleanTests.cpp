@@ -5,7 +5,11 @@
 #include "ops/BooleanChecks.h"
 #include "ops/Bodies.h"
 
+#include <BRepBuilderAPI_MakePolygon.hxx>
 #include <BRepBuilderAPI_MakeSolid.hxx>
+#include <Geom_Plane.hxx>
+#include <TopoDS_Compound.hxx>
+#include <gp.hxx>
 #include <BRepPrimAPI_MakeBox.hxx>
 #include <BRep_Builder.hxx>
 #include <TopoDS_Shell.hxx>
@@ -96,6 +100,27 @@ TEST(BooleanChecks, VolumeInvariantsPerOperation) {
   EXPECT_TRUE(volumesAgree(PK_boolean_intersect_c, one, {half}, Measures{0.5, 0}, fuzzy));
   EXPECT_FALSE(volumesAgree(PK_boolean_intersect_c, one, {half}, Measures{0.7, 0}, fuzzy));
   EXPECT_FALSE(volumesAgree(PK_boolean_unite_c, one, {half}, Measures{-1.2, 0}, fuzzy));
+}
+
+// A result is refused when a face the boolean made fails OCCT's checker; the
+// faces it kept from its inputs are not checked again.
+TEST_F(Booleans, MadeFacesAreCheckedAndInputFacesAreNot) {
+  PK_BODY_t block = makeBlock(1, 1, 1);
+  const TopoDS_Shape& shape = meld::kernel::bodyData(block).shape;
+  const std::vector<const meld::kernel::BodyTopology*> inputs{&meld::kernel::bodyTopology(block)};
+  EXPECT_TRUE(meld::kernel::madeFacesValid(shape, inputs));
+
+  // A new face on a plane whose boundary does not close.
+  BRepBuilderAPI_MakePolygon open(gp_Pnt(3, 0, 0), gp_Pnt(4, 0, 0), gp_Pnt(4, 1, 0));
+  TopoDS_Face broken;
+  BRep_Builder builder;
+  builder.MakeFace(broken, new Geom_Plane(gp::XOY()), 1e-7);
+  builder.Add(broken, open.Wire());
+  TopoDS_Compound withBroken;
+  builder.MakeCompound(withBroken);
+  builder.Add(withBroken, shape);
+  builder.Add(withBroken, broken);
+  EXPECT_FALSE(meld::kernel::madeFacesValid(withBroken, inputs));
 }
 
 TEST_F(Booleans, ABodyWithAnOpenShellFailsAndEverythingStaysAsItWas) {
