@@ -27,6 +27,22 @@ PK_PART_t smallAssembly();
 PK_PART_t targetBlock();
 PK_PART_t toolCylinder();
 
+// The shipped samples: file name (its extension chooses text or binary) and
+// the part written into it.
+struct ShippedSample {
+  const char* name;
+  PK_PART_t (*build)();
+};
+inline constexpr ShippedSample kShipped[] = {
+    {"overlapping_solids.x_t", overlappingSolids},
+    {"overlapping_solids.x_b", overlappingSolids},
+    {"disjoint_solids.x_t", disjointSolids},
+    {"cavity_block.x_t", cavityBlock},
+    {"small_assembly.x_t", smallAssembly},
+    {"target_block.x_t", targetBlock},
+    {"tool_cylinder.x_t", toolCylinder},
+};
+
 // Expected volumes in mm³.
 inline constexpr double kPi = 3.14159265358979323846;
 inline constexpr double kOverlappingUnion = 2659.0;

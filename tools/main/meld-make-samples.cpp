@@ -24,22 +24,7 @@ constexpr const char* kUsage =
     "  cavity_block.x_t, small_assembly.x_t, target_block.x_t, tool_cylinder.x_t.\n"
     "exit codes: 0 written, 1 a sample could not be built or written, 2 usage error\n";
 
-struct Sample {
-  const char* name;
-  PK_PART_t (*build)();
-};
-
-const Sample kSamples[] = {
-    {"overlapping_solids.x_t", samples::overlappingSolids},
-    {"overlapping_solids.x_b", samples::overlappingSolids},
-    {"disjoint_solids.x_t", samples::disjointSolids},
-    {"cavity_block.x_t", samples::cavityBlock},
-    {"small_assembly.x_t", samples::smallAssembly},
-    {"target_block.x_t", samples::targetBlock},
-    {"tool_cylinder.x_t", samples::toolCylinder},
-};
-
-bool writeSample(const fs::path& dir, const Sample& sample) {
+bool writeSample(const fs::path& dir, const samples::ShippedSample& sample) {
   const PK_PART_t part = sample.build();
   if (part == PK_ENTITY_null) {
     std::fprintf(stderr, "meld-make-samples: cannot build %s\n", sample.name);
@@ -85,7 +70,7 @@ int main(int argc, char** argv) {
     return 1;
   }
   bool ok = true;
-  for (const Sample& sample : kSamples) ok = writeSample(dir, sample) && ok;
+  for (const samples::ShippedSample& sample : samples::kShipped) ok = writeSample(dir, sample) && ok;
   PSCEndModeller();
   return ok ? 0 : 1;
 }

@@ -26,25 +26,10 @@ class Session : public testing::Test {
   meldtest::ScopedWorkDir m_dir;
 };
 
-struct SampleCase {
-  const char* name;
-  PK_PART_t (*build)();
-};
-
-const SampleCase kShipped[] = {
-    {"overlapping_solids.x_t", samples::overlappingSolids},
-    {"overlapping_solids.x_b", samples::overlappingSolids},
-    {"disjoint_solids.x_t", samples::disjointSolids},
-    {"cavity_block.x_t", samples::cavityBlock},
-    {"small_assembly.x_t", samples::smallAssembly},
-    {"target_block.x_t", samples::targetBlock},
-    {"tool_cylinder.x_t", samples::toolCylinder},
-};
-
 using KernelSamples = Session;
 
 TEST_F(KernelSamples, ShippedFilesAreWhatTheGeneratorWritesNow) {
-  for (const SampleCase& sample : kShipped) {
+  for (const samples::ShippedSample& sample : samples::kShipped) {
     const PK_PART_t part = sample.build();
     ASSERT_NE(part, PK_ENTITY_null) << sample.name;
     ASSERT_EQ(PSCTransmitParts(1, &part, sample.name, 0), 0) << sample.name;
