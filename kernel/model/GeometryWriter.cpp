@@ -29,7 +29,9 @@
 #include <TColStd_Array1OfInteger.hxx>
 #include <TColStd_Array1OfReal.hxx>
 
+#include <array>
 #include <cmath>
+#include <vector>
 
 namespace meld::model {
 namespace {
@@ -104,6 +106,37 @@ FileKnots fileKnots(const TColStd_Array1OfReal& knots, const TColStd_Array1OfInt
   throw ModelError(PK_ERROR_unsupported_geometry, "cannot write " + what + " to a part file");
 }
 
+// A B-spline curve, 3D or 2D, as its NURBS_CURVE node: the file's knot form
+// and homogeneous vertices. `place` gives a pole's `dim` coordinates (a 2D
+// pole is placed in the surface's parameters).
+template <class Spline, class Place>
+int64_t nurbsCurveNode(GraphSink& sink, const Spline& b, int dim, Place place) {
+  TColStd_Array1OfReal knots(1, b->NbKnots());
+  TColStd_Array1OfInteger mults(1, b->NbKnots());
+  b->Knots(knots);
+  b->Multiplicities(mults);
+  FileKnots k = fileKnots(knots, mults, b->Degree(), b->IsPeriodic());
+  const int n = b->NbPoles() + k.extraPoles;
+  const bool rational = b->IsRational();
+  std::vector<double> vertices;
+  for (int i = 0; i < n; ++i) {
+    const int at = i % b->NbPoles() + 1;
+    const double w = rational ? b->Weight(at) : 1.0;
+    for (double x : place(b->Pole(at))) vertices.push_back(x * w);
+    if (rational) vertices.push_back(w);
+  }
+  int64_t verts = sink.add("BSPLINE_VERTICES", {}, vertices);
+  int64_t multNode = sink.add("KNOT_MULT", {}, k.mults);
+  int64_t knotNode = sink.add("KNOT_SET", {}, k.values);
+  return sink.add("NURBS_CURVE", {{"degree", int64_t{b->Degree()}}, {"n_vertices", int64_t{n}},
+                                  {"vertex_dim", int64_t{rational ? dim + 1 : dim}},
+                                  {"n_knots", static_cast<int64_t>(k.values.size())},
+                                  {"knot_type", int64_t{1}}, {"rational", int64_t{rational}},
+                                  {"periodic", int64_t{b->IsPeriodic()}}, {"closed", int64_t{b->IsPeriodic()}},
+                                  {"curve_form", int64_t{1}}, {"bspline_vertices", verts},
+                                  {"knot_mult", multNode}, {"knots", knotNode}});
+}
+
 }  // namespace
 
 void GeometryWriter::chain(std::vector<int64_t>& list, int64_t node) {
@@ -144,31 +177,7 @@ int64_t GeometryWriter::curve(const Handle(Geom_Curve)& input, double first, dou
     } catch (const Standard_Failure& e) {
       unsupported(std::string("a curve (") + e.GetMessageString() + ")");
     }
-    TColStd_Array1OfReal knots(1, b->NbKnots());
-    TColStd_Array1OfInteger mults(1, b->NbKnots());
-    b->Knots(knots);
-    b->Multiplicities(mults);
-    FileKnots k = fileKnots(knots, mults, b->Degree(), b->IsPeriodic());
-    const int n = b->NbPoles() + k.extraPoles;
-    const bool rational = b->IsRational();
-    std::vector<double> vertices;
-    for (int i = 0; i < n; ++i) {
-      const int at = i % b->NbPoles() + 1;
-      const gp_Pnt p = b->Pole(at);
-      const double w = rational ? b->Weight(at) : 1.0;
-      vertices.insert(vertices.end(), {p.X() * w, p.Y() * w, p.Z() * w});
-      if (rational) vertices.push_back(w);
-    }
-    int64_t verts = m_sink.add("BSPLINE_VERTICES", {}, vertices);
-    int64_t multNode = m_sink.add("KNOT_MULT", {}, k.mults);
-    int64_t knotNode = m_sink.add("KNOT_SET", {}, k.values);
-    int64_t nurbs = m_sink.add("NURBS_CURVE", {{"degree", int64_t{b->Degree()}}, {"n_vertices", int64_t{n}},
-                                               {"vertex_dim", int64_t{rational ? 4 : 3}},
-                                               {"n_knots", static_cast<int64_t>(k.values.size())},
-                                               {"knot_type", int64_t{1}}, {"rational", int64_t{rational}},
-                                               {"periodic", int64_t{b->IsPeriodic()}}, {"closed", int64_t{b->IsPeriodic()}},
-                                               {"curve_form", int64_t{1}}, {"bspline_vertices", verts},
-                                               {"knot_mult", multNode}, {"knots", knotNode}});
+    int64_t nurbs = nurbsCurveNode(m_sink, b, 3, [](const gp_Pnt& p) { return std::array{p.X(), p.Y(), p.Z()}; });
     node = m_sink.add("B_CURVE", {{"nurbs", nurbs}});
   }
   m_sink.set(node, "node_id", node);
@@ -223,31 +232,9 @@ int64_t GeometryWriter::curve2d(const Handle(Geom2d_Curve)& input, double first,
   } catch (const Standard_Failure&) {
     return 0;
   }
-  TColStd_Array1OfReal knots(1, b->NbKnots());
-  TColStd_Array1OfInteger mults(1, b->NbKnots());
-  b->Knots(knots);
-  b->Multiplicities(mults);
-  FileKnots k = fileKnots(knots, mults, b->Degree(), b->IsPeriodic());
-  const int n = b->NbPoles() + k.extraPoles;
-  const bool rational = b->IsRational();
-  std::vector<double> vertices;
-  for (int i = 0; i < n; ++i) {
-    const int at = i % b->NbPoles() + 1;
-    gp_Pnt2d p = b->Pole(at);
-    double u = on.swapUV ? p.Y() : p.X(), v = on.swapUV ? p.X() : p.Y() * on.vScale;
-    const double w = rational ? b->Weight(at) : 1.0;
-    vertices.insert(vertices.end(), {u * w, v * w});
-    if (rational) vertices.push_back(w);
-  }
-  int64_t verts = m_sink.add("BSPLINE_VERTICES", {}, vertices);
-  int64_t multNode = m_sink.add("KNOT_MULT", {}, k.mults);
-  int64_t knotNode = m_sink.add("KNOT_SET", {}, k.values);
-  int64_t nurbs = m_sink.add("NURBS_CURVE", {{"degree", int64_t{b->Degree()}}, {"n_vertices", int64_t{n}},
-                                             {"vertex_dim", int64_t{rational ? 3 : 2}},
-                                             {"n_knots", static_cast<int64_t>(k.values.size())}, {"knot_type", int64_t{1}},
-                                             {"periodic", int64_t{b->IsPeriodic()}}, {"closed", int64_t{b->IsPeriodic()}},
-                                             {"rational", int64_t{rational}}, {"curve_form", int64_t{1}},
-                                             {"bspline_vertices", verts}, {"knot_mult", multNode}, {"knots", knotNode}});
+  int64_t nurbs = nurbsCurveNode(m_sink, b, 2, [&on](const gp_Pnt2d& p) {
+    return on.swapUV ? std::array{p.Y(), p.X()} : std::array{p.X(), p.Y() * on.vScale};
+  });
   return m_sink.add("B_CURVE", {{"nurbs", nurbs}, {"sense", sense(true)}});
 }
 
