@@ -174,6 +174,25 @@ TEST(Unite, PassesLeaveOneBodyInstancedInThePart) {
   EXPECT_EQ(s.log(), "totally 1 bodies are remained.\n");
 }
 
+// A united target moves on to the slot of its last tool, so that the bodies
+// between them meet it again in the same pass: A overlaps C, C overlaps B,
+// A and B are apart; listed A, B, C, they all unite in one pass.
+TEST(Unite, AUnitedTargetTakesItsLastToolsSlotAndMeetsTheBodiesBetween) {
+  Session s;
+  const PK_BODY_t a = block(0.01, 0, 0, 0), b = block(0.01, 0.016, 0, 0), c = block(0.01, 0.008, 0, 0);
+  PK_ASSEMBLY_t part = PK_ENTITY_null;
+  ASSERT_EQ(PK_ASSEMBLY_create_empty(&part), 0);
+  for (PK_BODY_t body : {a, b, c}) {
+    PK_INSTANCE_sf_t sf{part, body, PK_ENTITY_null};
+    PK_INSTANCE_t instance = PK_ENTITY_null;
+    ASSERT_EQ(PK_INSTANCE_create(&sf, &instance), 0);
+  }
+  MeldSettings settings;
+  EXPECT_EQ(st_UniteAllBody(part, settings), 0);
+  EXPECT_EQ(bodiesOf(part).size(), 1u);
+  EXPECT_EQ(s.log(), "[0]\n[1]\n[2]\nsucceeded(0,2)\nsucceeded(1,2)\ntotally 1 bodies are remained.\n");
+}
+
 TEST(Unite, NestedAssemblyBodiesAreUnitedAndTheRestSurvives) {
   Session s("0");
   const PK_PART_t part = samples::smallAssembly();
