@@ -86,7 +86,11 @@ struct BinaryAdapter {
 
   void ints(char type, int64_t* out, size_t n) {
     switch (type) {
-      case 'u': case 'c': case 'l': return read(out, n, [&] { return in.byte(); });
+      case 'u': case 'c': return read(out, n, [&] { return in.byte(); });
+      // A logical is 0 or 1 whatever byte stands for it, as in text, where only
+      // T and F exist: otherwise a binary file would not survive being written
+      // as text (found by the fuzzer).
+      case 'l': return read(out, n, [&] { return in.byte() != 0; });
       // Real files write unicode characters as signed shorts (-30254 for U+89D2).
       case 'n': case 'w': return read(out, n, [&] { return in.i16(); });
       case 'd': return read(out, n, [&] { return in.i32(); });

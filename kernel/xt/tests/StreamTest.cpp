@@ -4,6 +4,7 @@
 #include "BinaryStream.h"
 #include "NodeGraph.h"
 #include "Sources.h"
+#include "StreamAdapters.h"
 #include "TextStream.h"
 #include "XtError.h"
 
@@ -120,6 +121,17 @@ TEST(Binary, ReadsBothByteOrders) {
   EXPECT_EQ(l.i32(), 7);
   EXPECT_EQ(l.f64(), 1.0);
   EXPECT_THROW(l.byte(), xt::XtError);
+}
+
+TEST(Binary, LogicalArraysReadAsZeroOrOneWhateverTheByte) {
+  const std::string bytes("\x02\x00\x01\x54", 4);
+  xt::BinaryAdapter adapter{xt::BinaryIn(bytes, 0, false)};
+  int64_t values[4] = {};
+  adapter.ints('l', values, 4);
+  EXPECT_EQ(values[0], 1);
+  EXPECT_EQ(values[1], 0);
+  EXPECT_EQ(values[2], 1);
+  EXPECT_EQ(values[3], 1);
 }
 
 }  // namespace
