@@ -1,9 +1,10 @@
-// Small helpers shared by the benchmarks: a file's bytes, and the best of
-// several timed runs.
+// Small helpers shared by the benchmarks: a file's bytes, the best of
+// several timed runs, and process CPU time.
 #pragma once
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -27,6 +28,13 @@ double bestTime(int repeats, F&& run) {
     best = std::min(best, std::chrono::duration<double>(Clock::now() - start).count());
   }
   return best;
+}
+
+// Process CPU seconds: on a shared machine what single-threaded work costs.
+inline double cpuSeconds() {
+  timespec t;
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+  return t.tv_sec + t.tv_nsec * 1e-9;
 }
 
 }  // namespace meld::bench

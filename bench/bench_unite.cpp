@@ -10,10 +10,8 @@
 //
 // The last line for a grid is `grid N: kernel/raw=<ratio> kernel/oneshot=<ratio>`.
 // Times are process CPU seconds.
-#include "PSCFileHelpers.h"
-#include "PSCGetAllBodyInPart.h"
-#include "PSCModeller.h"
-#include "pk.h"
+#include "BenchParts.h"
+#include "BenchTiming.h"
 
 #include <BRepAlgoAPI_Fuse.hxx>
 #include <BRepGProp.hxx>
@@ -37,11 +35,8 @@
 
 namespace {
 
-void check(PK_ERROR_code_t code, const char* what) {
-  if (code == PK_ERROR_no_errors) return;
-  std::fprintf(stderr, "%s failed: %d\n", what, code);
-  std::exit(1);
-}
+using namespace meld::bench;
+
 
 // Cell (i, j): a unit block or, on alternate cells, a taller cylinder of
 // radius 0.55; cells 0.8 m apart, so that neighbours overlap.
@@ -130,12 +125,7 @@ struct Run {
 // Process CPU time: the machine is shared, and every run here is
 // single-threaded, so CPU time is what the work costs.
 struct Clock {
-  using time_point = double;
-  static double now() {
-    timespec t;
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-    return t.tv_sec + t.tv_nsec * 1e-9;
-  }
+  static double now() { return cpuSeconds(); }
 };
 double since(double start) { return Clock::now() - start; }
 
@@ -193,8 +183,6 @@ Unite kernelUnite(KernelSlot& target, KernelSlot& tool) {
   if (result == PK_boolean_result_no_clash_c) return Unite::noClash;
   return accepted ? Unite::success : Unite::failed;
 }
-
-void startModeller();
 
 Run kernelRun(int n) {
   startModeller();
@@ -278,77 +266,22 @@ void grid(int n) {
 
 // ---- part files ----
 
-void startModeller() {
-  if (int step = PSCStartModeller(false, true)) {
-    std::fprintf(stderr, "PSCStartModeller failed at step %d\n", step);
-    std::exit(1);
-  }
-}
-
-double kernelVolume(PK_BODY_t body) {
-  double amount = 0;
-  if (PK_TOPOL_eval_mass_props(1, &body, 0.999999999, nullptr, &amount, nullptr, nullptr, nullptr, nullptr))
-    return 0;
-  return amount;
-}
-
-// The solid bodies of the parts (bodies, and bodies instanced by assemblies),
-// collected as the program collects them and freed of the instances that
-// refer to them, as the program does.
-std::vector<PK_BODY_t> solidsOf(const std::vector<PK_PART_t>& parts) {
-  std::vector<PK_BODY_t> solids;
-  std::set<PK_BODY_t> seen;
-  for (PK_PART_t part : parts) {
-    int n = 0;
-    PK_ENTITY_t* bodies = nullptr;
-    if (int step = PSCGetAllBodyInPart(part, &n, &bodies)) {
-      std::fprintf(stderr, "PSCGetAllBodyInPart failed at step %d\n", step);
-      std::exit(1);
-    }
-    for (int i = 0; i < n; ++i) {
-      PK_BODY_type_t type = 0;
-      check(PK_BODY_ask_type(bodies[i], &type), "PK_BODY_ask_type");
-      if (type == PK_BODY_type_solid_c && seen.insert(bodies[i]).second) solids.push_back(bodies[i]);
-    }
-    if (n > 0) PK_MEMORY_free(bodies);
-  }
-  for (PK_BODY_t body : solids) {
-    int n = 0;
-    PK_INSTANCE_t* refs = nullptr;
-    check(PK_PART_ask_ref_instances(body, &n, &refs), "PK_PART_ask_ref_instances");
-    if (n) PK_ENTITY_delete(n, refs);
-    PK_MEMORY_free(refs);
-  }
-  return solids;
-}
-
 void partFile(const std::filesystem::path& file) {
-  std::string ext = file.extension().string();
-  bool text = ext == ".x_t" || ext == ".xmt_txt";
-  if (!text && ext != ".x_b" && ext != ".xmt_bin") return;
+  if (!isPartFile(file)) return;
   startModeller();
-  PSCSetTransmitExtension(ext.c_str());
-  std::string key = (file.parent_path() / file.stem()).string();
-  PK_PART_receive_o_t options;
-  PK_PART_receive_o_m(options);
-  options.transmit_format = text ? PK_transmit_format_text_c : PK_transmit_format_binary_c;
-  int n = 0;
-  PK_PART_t* parts = nullptr;
-  PK_ERROR_code_t code = PK_PART_receive(key.c_str(), &options, &n, &parts);
-  if (code) {
-    std::printf("%s: not received (%d)\n", file.filename().c_str(), code);
+  std::optional<std::vector<PK_BODY_t>> solids = receiveSolids(file);
+  if (!solids) {
     PSCEndModeller();
     return;
   }
   std::vector<KernelSlot> slots;
   double before = 0, largest = 0;
-  for (PK_BODY_t body : solidsOf(std::vector<PK_PART_t>(parts, parts + n))) {
+  for (PK_BODY_t body : *solids) {
     slots.push_back(KernelSlot{body});
     double v = kernelVolume(body);
     before += v;
     largest = std::max(largest, v);
   }
-  PK_MEMORY_free(parts);
   Run run;
   double start = Clock::now();
   run.bodies = slots.size() > 1 ? passes<KernelSlot>(slots, kernelUnite, run.unions, run.failures) : int(slots.size());

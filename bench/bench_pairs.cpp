@@ -1,0 +1,130 @@
+// Every pair of solids of real part files united through the kernel, each
+// union undone again, so that every pair starts from the bodies as read:
+// how many pairs overlap, how many unite into one valid solid whose volume
+// lies between the larger input's and the sum of both, and what it costs.
+//
+//   bench_pairs DIR [FILE-STEM...]   the XT part files of DIR (or those named)
+//
+// Per file: solids, pairs tried, pairs the kernel found apart (no clash),
+// pairs united, and of those the ones a whole-body check or the volume
+// check refuses, the failures by reason, and process CPU seconds.
+#include "BenchParts.h"
+#include "BenchTiming.h"
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+
+namespace {
+
+using namespace meld::bench;
+
+struct Tally {
+  int pairs = 0, apart = 0, united = 0, invalid = 0, outOfRange = 0, split = 0, failed = 0;
+  std::map<std::string, int> reasons;
+  double seconds = 0;
+};
+
+bool wholeBodyValid(PK_BODY_t body) {
+  PK_BODY_check_o_t options;
+  PK_BODY_check_o_m(options);
+  int n = 0;
+  PK_check_fault_t* faults = nullptr;
+  if (PK_BODY_check(body, &options, &n, &faults)) return false;
+  PK_MEMORY_free(faults);
+  return n == 0;
+}
+
+// The message up to its first number, so that alike failures count together.
+std::string reasonOf() {
+  const char* message = nullptr;
+  PK_ERROR_ask_last_message(&message);
+  std::string text = message ? message : "";
+  return text.substr(0, text.find_first_of("0123456789"));
+}
+
+void goBack(PK_PMARK_t pmark) {
+  PK_PMARK_goto_o_t go;
+  PK_PMARK_goto_o_m(go);
+  int n[3];
+  int* lists[3];
+  check(PK_PMARK_goto_2(pmark, &go, &n[0], &lists[0], &n[1], &lists[1], &n[2], &lists[2]), "PK_PMARK_goto_2");
+  for (int* list : lists) PK_MEMORY_free(list);
+  int nDeleted = 0;
+  PK_PMARK_t* deleted = nullptr;
+  check(PK_PMARK_delete(1, &pmark, &nDeleted, &deleted), "PK_PMARK_delete");
+  PK_MEMORY_free(deleted);
+}
+
+// Unites a with b under a pmark, judges the result, and goes back.
+void unitePair(PK_BODY_t a, PK_BODY_t b, double va, double vb, Tally& tally) {
+  PK_PARTITION_t partition = 0;
+  check(PK_SESSION_ask_curr_partition(&partition), "PK_SESSION_ask_curr_partition");
+  PK_PMARK_t pmark = 0;
+  check(PK_PARTITION_make_pmark(partition, &pmark), "PK_PARTITION_make_pmark");
+  PK_BODY_boolean_o_t options;
+  PK_BODY_boolean_o_m(options);
+  PK_TOPOL_track_r_t tracking;
+  PK_boolean_r_t results;
+  ++tally.pairs;
+  PK_ERROR_code_t code = PK_BODY_boolean_2(a, 1, &b, &options, &tracking, &results);
+  int result = code ? PK_boolean_result_failed_c : results.result;
+  if (result == PK_boolean_result_no_clash_c) {
+    ++tally.apart;
+  } else if (result != PK_boolean_result_success_c) {
+    ++tally.failed;
+    ++tally.reasons[code ? "error " + std::to_string(code) : reasonOf()];
+  } else if (results.n_bodies != 1) {
+    ++tally.split;
+  } else {
+    ++tally.united;
+    double v = kernelVolume(a), slack = 1e-8 * (va + vb);
+    if (!wholeBodyValid(a)) ++tally.invalid;
+    if (v < std::max(va, vb) - slack || v > va + vb + slack) ++tally.outOfRange;
+  }
+  if (!code) {
+    PK_boolean_r_f(&results);
+    PK_TOPOL_track_r_f(&tracking);
+  }
+  goBack(pmark);
+}
+
+void partFile(const std::filesystem::path& file) {
+  startModeller();
+  std::optional<std::vector<PK_BODY_t>> solids = receiveSolids(file);
+  if (solids && solids->size() > 1) {
+    std::vector<double> volumes;
+    for (PK_BODY_t body : *solids) volumes.push_back(kernelVolume(body));
+    Tally tally;
+    double start = cpuSeconds();
+    for (std::size_t i = 0; i < solids->size(); ++i)
+      for (std::size_t j = i + 1; j < solids->size(); ++j)
+        unitePair((*solids)[i], (*solids)[j], volumes[i], volumes[j], tally);
+    tally.seconds = cpuSeconds() - start;
+    std::printf("%s: solids %zu, pairs %d, apart %d, united %d (invalid %d, volume out of range %d), "
+                "fell apart %d, failed %d, %.2f s\n",
+                file.filename().c_str(), solids->size(), tally.pairs, tally.apart, tally.united, tally.invalid,
+                tally.outOfRange, tally.split, tally.failed, tally.seconds);
+    for (const auto& [reason, count] : tally.reasons) std::printf("    failed %d: %s\n", count, reason.c_str());
+    std::fflush(stdout);
+  }
+  PSCEndModeller();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2 || !std::filesystem::is_directory(argv[1])) {
+    std::fprintf(stderr, "usage: bench_pairs DIR [FILE-STEM...]\n");
+    return 2;
+  }
+  std::vector<std::filesystem::path> files;
+  for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
+    const std::filesystem::path& path = entry.path();
+    bool named = argc == 2 || std::any_of(argv + 2, argv + argc, [&](const char* stem) { return path.stem() == stem; });
+    if (entry.is_regular_file() && isPartFile(path) && named) files.push_back(path);
+  }
+  std::sort(files.begin(), files.end());
+  for (const auto& file : files) partFile(file);
+  return 0;
+}
