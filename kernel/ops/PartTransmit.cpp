@@ -10,6 +10,7 @@
 
 #include "Codec.h"
 
+#include <bit>
 #include <cmath>
 #include <map>
 #include <unordered_set>
@@ -203,8 +204,28 @@ xt::Format formatOf(PK_transmit_format_t format) {
     case PK_transmit_format_text_c: return xt::Format::Text;
     case PK_transmit_format_binary_c:
     case PK_transmit_format_neutral_c: return xt::Format::NeutralBinary;
+    case PK_transmit_format_typed_binary_c: return xt::Format::TypedBinary;
     default: fail(PK_ERROR_bad_option_data);
   }
+}
+
+// The version a file is written for: 0 (ours), or one from 7.0 up to ours,
+// as major * 10 + minor. We write one form only, the base schema at our own
+// version, which is the oldest we can write faithfully, so an older request
+// is met with that form. Versions 7.0 to 8.0 could hold one part per file,
+// and that limit still stands for them.
+void checkTransmitVersion(int version, int nParts) {
+  constexpr int kOldest = 70, kFirstWithSeveralParts = 90;
+  const int ours = std::stoi(xt::kWriterVersion) / 10000;  // "3400000" is 34.0.0
+  if (version == 0) return;
+  if (version < kOldest || version > ours)
+    throw model::ModelError(PK_ERROR_bad_option_data, "transmit_version " + std::to_string(version) +
+                                                          " is not a version from 70 (7.0) to " +
+                                                          std::to_string(ours) + " (ours)");
+  if (version < kFirstWithSeveralParts && nParts > 1)
+    throw model::ModelError(PK_ERROR_bad_option_data, "transmit_version " + std::to_string(version) +
+                                                          " holds one part per file; " + std::to_string(nParts) +
+                                                          " were given");
 }
 
 void writeFile(const std::string& key, xt::Format format, const std::string& bytes) {
@@ -238,6 +259,7 @@ extern "C" PK_ERROR_code_t PK_PART_transmit(int n_parts, const PK_PART_t* parts,
     const PK_PART_transmit_o_t& o = options ? *options : defaults;
     require(o.o_t_version >= 1, PK_ERROR_bad_option_data);
     const meld::xt::Format format = formatOf(o.transmit_format);
+    checkTransmitVersion(o.transmit_version, n_parts);
     std::vector<PK_PART_t> list(parts, parts + n_parts);
     std::unordered_set<PK_PART_t> distinct(list.begin(), list.end());
     require(distinct.size() == list.size(), PK_ERROR_duplicate_entity);
@@ -245,6 +267,7 @@ extern "C" PK_ERROR_code_t PK_PART_transmit(int n_parts, const PK_PART_t* parts,
     meld::xt::Graph graph = PartWriter().write(list);
     meld::xt::EncodeOptions encode;
     encode.format = format;
+    encode.littleEndian = std::endian::native == std::endian::little;  // typed binary: this machine's order
     encode.withHeader = false;  // the frustrum writes the header from the part-2 data
     writeFile(key, format, meld::xt::encode(graph, encode));
   });

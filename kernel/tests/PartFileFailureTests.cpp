@@ -120,5 +120,24 @@ TEST_F(PartFileFailures, AFailedTransmitLeavesNoFile) {
   EXPECT_EQ(frustrumLog().part2["4:fine"], "SCH=SCH_3400000_34000;USFLD_SIZE=0;");
 }
 
+TEST_F(PartFileFailures, ATransmitVersionOutsideWhatFilesCanBeIsRefusedBeforeAnythingIsWritten) {
+  PK_BODY_t a = makeBlock(1, 1, 1), b = makeBlock(2, 2, 2);
+  auto transmitFor = [](const std::vector<PK_PART_t>& parts, const std::string& key, int version) {
+    PK_PART_transmit_o_t options;
+    PK_PART_transmit_o_m(options);
+    options.transmit_version = version;
+    return PK_PART_transmit(static_cast<int>(parts.size()), parts.data(), key.c_str(), &options);
+  };
+  EXPECT_EQ(transmitFor({a}, "v69", 69), PK_ERROR_bad_option_data);
+  EXPECT_NE(lastMessage().find("transmit_version 69"), std::string::npos);
+  EXPECT_EQ(transmitFor({a}, "v341", 341), PK_ERROR_bad_option_data);
+  // Before 9.0 a file held one part.
+  EXPECT_EQ(transmitFor({a, b}, "v80", 80), PK_ERROR_bad_option_data);
+  EXPECT_FALSE(hasPartFile("v69") || hasPartFile("v341") || hasPartFile("v80"));
+  EXPECT_EQ(transmitFor({a, b}, "v90", 90), PK_ERROR_no_errors);
+  EXPECT_EQ(transmitFor({a}, "v70", 70), PK_ERROR_no_errors);
+  EXPECT_EQ(transmitFor({a}, "v340", 340), PK_ERROR_no_errors);
+}
+
 }  // namespace
 }  // namespace kerneltest

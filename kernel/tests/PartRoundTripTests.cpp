@@ -79,9 +79,12 @@ TEST_F(PartRoundTrip, AnAssemblyKeepsItsInstancesTransformsNamesAndColours) {
   ASSERT_EQ(PK_INSTANCE_create(&sf, &second), PK_ERROR_no_errors);
   name(second, "moved cylinder");
 
-  for (PK_transmit_format_t format : {PK_transmit_format_text_c, PK_transmit_format_neutral_c}) {
+  for (PK_transmit_format_t format : {PK_transmit_format_text_c, PK_transmit_format_neutral_c, PK_transmit_format_typed_binary_c}) {
     SCOPED_TRACE(format);
     ASSERT_EQ(transmit({assembly}, "assembly", format), PK_ERROR_no_errors) << lastMessage();
+    // Typed binary says so, and this machine's byte order, in its first bytes.
+    std::string typedMark("PS\0\1", 4);
+    EXPECT_EQ(partFile("assembly").find(typedMark) == 0, format == PK_transmit_format_typed_binary_c);
     std::vector<PK_PART_t> parts;
     ASSERT_EQ(receive("assembly", &parts, format), PK_ERROR_no_errors) << lastMessage();
     ASSERT_EQ(parts.size(), 1u);
