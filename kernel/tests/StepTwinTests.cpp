@@ -1,6 +1,7 @@
 // Where a real file has a STEP twin (same stem), the XT reading and OCCT's own
-// STEP reader must agree on the total volume: the strongest outside check that
-// our geometry, senses and instance placement are right.
+// STEP reader must agree on the volume and on where each solid sits: the
+// strongest outside check that our geometry, senses and instance placement
+// are right.
 #include "PartFileSupport.h"
 
 #include "TestSupport.h"
@@ -8,11 +9,15 @@
 #include "session/Session.h"
 
 #include <BRepGProp.hxx>
+#include <TopExp_Explorer.hxx>
+#include <gp_Trsf.hxx>
 #include <GProp_GProps.hxx>
 #include <IFSelect_ReturnStatus.hxx>
 #include <Interface_Static.hxx>
 #include <STEPControl_Reader.hxx>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -24,31 +29,66 @@ namespace {
 
 using StepTwins = KernelSession;
 
-double shapeVolume(const TopoDS_Shape& shape) {
+struct SolidMeasure {
+  double volume = 0;
+  gp_XYZ centre;
+};
+
+SolidMeasure measureSolid(const TopoDS_Shape& solid) {
   GProp_GProps props;
-  BRepGProp::VolumeProperties(shape, props, 1e-9);
-  return props.Mass();
+  BRepGProp::VolumeProperties(solid, props, 1e-9);
+  return {props.Mass(), props.CentreOfMass().XYZ()};
 }
 
-// The volume a part places in space: a body's own, an assembly's the sum over its
-// instances (a scaled instance scales its part's volume by the cube).
-double placedVolume(PK_PART_t part) {
+// The solids a part places in space: a body as it is, an assembly's bodies
+// moved (and scaled) by its instances' transforms, nested assemblies in turn.
+void placeSolids(PK_PART_t part, const gp_Trsf& placement, std::vector<SolidMeasure>& into) {
   const auto& table = meld::kernel::session().table;
-  if (table.get(part).cls == PK_CLASS_body) return shapeVolume(meld::kernel::bodyData(part).shape);
-  double total = 0;
+  if (table.get(part).cls == PK_CLASS_body) {
+    TopoDS_Shape placed = meld::kernel::bodyData(part).shape.Moved(TopLoc_Location(placement));
+    for (TopExp_Explorer e(placed, TopAbs_SOLID); e.More(); e.Next()) into.push_back(measureSolid(e.Current()));
+    return;
+  }
   for (PK_ENTITY_t tag : table.ownedBy(part)) {
     const meld::kernel::Record& r = table.get(tag);
     if (r.cls != PK_CLASS_instance) continue;
-    double scale = 1;
+    gp_Trsf own;
     if (PK_TRANSF_t t = std::get<meld::kernel::InstanceData>(*r.payload).transf) {
       PK_TRANSF_sf_t sf{};
       EXPECT_EQ(PK_TRANSF_ask(t, &sf), PK_ERROR_no_errors);
-      scale = std::sqrt(sf.matrix[0][0] * sf.matrix[0][0] + sf.matrix[1][0] * sf.matrix[1][0] +
-                        sf.matrix[2][0] * sf.matrix[2][0]);
+      const auto& m = sf.matrix;
+      own.SetValues(m[0][0], m[0][1], m[0][2], m[0][3], m[1][0], m[1][1], m[1][2], m[1][3], m[2][0], m[2][1],
+                    m[2][2], m[2][3]);
     }
-    total += placedVolume(r.referent) * scale * scale * scale;
+    placeSolids(r.referent, placement * own, into);
   }
+}
+
+double totalVolume(const std::vector<SolidMeasure>& solids) {
+  double total = 0;
+  for (const SolidMeasure& s : solids) total += s.volume;
   return total;
+}
+
+gp_XYZ meanCentre(const std::vector<SolidMeasure>& solids) {
+  gp_XYZ sum(0, 0, 0);
+  for (const SolidMeasure& s : solids) sum += s.centre;
+  return sum / double(solids.size());
+}
+
+// Solid centres about their mean, in an order both readings share: by volume,
+// then by position (rounded to a micron so that noise does not reorder them).
+std::vector<gp_XYZ> layout(std::vector<SolidMeasure> solids) {
+  const gp_XYZ mean = meanCentre(solids);
+  auto key = [&](const SolidMeasure& s) {
+    gp_XYZ c = s.centre - mean;
+    return std::array<double, 4>{std::round(s.volume * 1e12), std::round(c.X() * 1e6), std::round(c.Y() * 1e6),
+                                 std::round(c.Z() * 1e6)};
+  };
+  std::sort(solids.begin(), solids.end(), [&](const SolidMeasure& a, const SolidMeasure& b) { return key(a) < key(b); });
+  std::vector<gp_XYZ> out;
+  for (const SolidMeasure& s : solids) out.push_back(s.centre - mean);
+  return out;
 }
 
 // OCCT's STEP reader registers its settings on first use in memory it never frees;
@@ -60,16 +100,18 @@ struct StepReaderStatics {
 #endif
 };
 
-double stepVolume(const std::filesystem::path& file) {
+std::vector<SolidMeasure> stepSolids(const std::filesystem::path& file) {
   [[maybe_unused]] StepReaderStatics quiet;
   STEPControl_Reader reader;
   Interface_Static::SetCVal("xstep.cascade.unit", "M");  // the kernel works in metres
-  if (reader.ReadFile(file.string().c_str()) != IFSelect_RetDone) return -1;
+  std::vector<SolidMeasure> solids;
+  if (reader.ReadFile(file.string().c_str()) != IFSelect_RetDone) return solids;
   reader.TransferRoots();
-  return shapeVolume(reader.OneShape());
+  for (TopExp_Explorer e(reader.OneShape(), TopAbs_SOLID); e.More(); e.Next()) solids.push_back(measureSolid(e.Current()));
+  return solids;
 }
 
-TEST_F(StepTwins, LoadedFilesAgreeWithOcctsStepReaderOnVolume) {
+TEST_F(StepTwins, LoadedFilesAgreeWithOcctsStepReaderOnVolumeAndPlacement) {
   MELD_REQUIRE_CORPUS(corpus);
   int compared = 0;
   for (const CensusRow& row : readCensus(corpus)) {
@@ -86,11 +128,22 @@ TEST_F(StepTwins, LoadedFilesAgreeWithOcctsStepReaderOnVolume) {
     putPartFile(row.file, meldtest::readFile(xt));
     std::vector<PK_PART_t> parts;
     ASSERT_EQ(receive(row.file, &parts), PK_ERROR_no_errors) << lastMessage();
-    double ours = 0;
-    for (PK_PART_t part : parts) ours += placedVolume(part);
-    const double theirs = stepVolume(twin);
-    std::printf("%s\txt=%.12g\tstep=%.12g\n", row.file.c_str(), ours, theirs);
-    EXPECT_NEAR(ours, theirs, 1e-6 * std::abs(theirs));
+    std::vector<SolidMeasure> ours;
+    for (PK_PART_t part : parts) placeSolids(part, gp_Trsf(), ours);
+    const std::vector<SolidMeasure> theirs = stepSolids(twin);
+    ASSERT_EQ(ours.size(), theirs.size());
+    const gp_XYZ shift = meanCentre(theirs) - meanCentre(ours);
+    std::printf("%s\txt=%.12g\tstep=%.12g\tshift of the whole (m)=%.3g %.3g %.3g\n", row.file.c_str(),
+                totalVolume(ours), totalVolume(theirs), shift.X(), shift.Y(), shift.Z());
+    EXPECT_NEAR(totalVolume(ours), totalVolume(theirs), 1e-6 * totalVolume(theirs));
+    // Where the instances put the bodies relative to each other: a transform
+    // read the wrong way round keeps every volume but moves solids apart.
+    // (A twin may place the whole assembly elsewhere; that shift is printed.)
+    const double size = std::cbrt(totalVolume(theirs));
+    std::vector<gp_XYZ> a = layout(ours), b = layout(theirs);
+    for (std::size_t i = 0; i < a.size(); ++i) EXPECT_LT((a[i] - b[i]).Modulus(), 1e-6 * size) << "solid " << i;
+    if (parts.size() == 1 && meld::kernel::session().table.get(parts[0]).cls == PK_CLASS_body)
+      EXPECT_LT(shift.Modulus(), 1e-6 * size);
     ++compared;
   }
   EXPECT_GT(compared, 0);
