@@ -73,6 +73,9 @@ void fftell(const int*, const int*, int*, int* ifail) { *ifail = PK_FR_unspecifi
 void registerOnce() {
   static bool done = false;
   if (done) return;
+  // A memory fault must crash here, where the sanitizers report it, not come
+  // back from the kernel as a modeller failure.
+  setenv("MELD_NO_FAULT_CATCHING", "1", 1);
   PK_SESSION_frustrum_t f;
   PK_SESSION_frustrum_o_m(f);
   f.fstart = fstart;

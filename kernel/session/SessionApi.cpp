@@ -6,6 +6,9 @@
 
 #include <OSD.hxx>
 
+#include <cstdlib>
+#include <cstring>
+
 using namespace meld::kernel;
 
 namespace {
@@ -32,10 +35,15 @@ void checkStartOptions(const PK_SESSION_start_o_t* options) {
           PK_ERROR_bad_option_data);
 }
 
+// OCCT's handlers turn a memory fault inside a kernel call into an error code.
+// MELD_NO_FAULT_CATCHING=1 leaves faults to the process instead, so that a
+// sanitizer or a fuzzer sees the fault where it happens rather than a clean
+// error return.
 void installSignalHandlers() {
   static bool done = false;
   if (done) return;
-  OSD::SetSignal(Standard_False);
+  const char* leave = std::getenv("MELD_NO_FAULT_CATCHING");
+  if (!(leave && std::strcmp(leave, "1") == 0)) OSD::SetSignal(Standard_False);
   done = true;
 }
 

@@ -179,6 +179,27 @@ TEST_F(SessionSwitches, MemoryFaultInsideAGuardedCallBecomesModellerFailure) {
   EXPECT_EQ(PK_BODY_create_solid_sphere(1, nullptr, &body), PK_ERROR_no_errors);
 }
 
+// With MELD_NO_FAULT_CATCHING=1 the same fault is left to the process (so that
+// sanitizers and fuzzers see it); run in a fresh process, where no session has
+// installed OCCT's handlers yet.
+TEST(FaultCatching, IsLeftToTheProcessWhenAskedSo) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  struct Starter : KernelSession {
+    void TestBody() override {}
+    using KernelSession::SetUp;
+  };
+  EXPECT_DEATH(
+      {
+        setenv("MELD_NO_FAULT_CATCHING", "1", 1);
+        Starter session;
+        session.SetUp();
+        static volatile std::uintptr_t nowhere = 64;
+        meld::kernel::guarded([] { *reinterpret_cast<volatile int*>(nowhere) = 1; });
+        std::exit(0);  // survived: the fault was caught after all
+      },
+      "");
+}
+
 using DeltaRegistration = KernelSession;
 
 // The store can be registered again during a session while no pmark exists
