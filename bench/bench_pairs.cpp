@@ -20,7 +20,7 @@ namespace {
 using namespace meld::bench;
 
 struct Tally {
-  int pairs = 0, apart = 0, united = 0, invalid = 0, outOfRange = 0, split = 0, failed = 0;
+  int pairs = 0, apart = 0, united = 0, invalid = 0, invalidFromInput = 0, outOfRange = 0, split = 0, failed = 0;
   std::map<std::string, int> reasons;
   double seconds = 0;
 };
@@ -57,7 +57,15 @@ void goBack(PK_PMARK_t pmark) {
 }
 
 // Unites a with b under a pmark, judges the result, and goes back.
-void unitePair(PK_BODY_t a, PK_BODY_t b, double va, double vb, Tally& tally) {
+struct Solid {
+  PK_BODY_t body;
+  double volume;
+  bool valid;  // as read
+};
+
+void unitePair(const Solid& first, const Solid& second, Tally& tally) {
+  PK_BODY_t a = first.body, b = second.body;
+  double va = first.volume, vb = second.volume;
   PK_PARTITION_t partition = 0;
   check(PK_SESSION_ask_curr_partition(&partition), "PK_SESSION_ask_curr_partition");
   PK_PMARK_t pmark = 0;
@@ -79,7 +87,7 @@ void unitePair(PK_BODY_t a, PK_BODY_t b, double va, double vb, Tally& tally) {
   } else {
     ++tally.united;
     double v = kernelVolume(a), slack = 1e-8 * (va + vb);
-    if (!wholeBodyValid(a)) ++tally.invalid;
+    if (!wholeBodyValid(a)) ++(first.valid && second.valid ? tally.invalid : tally.invalidFromInput);
     if (v < std::max(va, vb) - slack || v > va + vb + slack) ++tally.outOfRange;
   }
   if (!code) {
@@ -93,18 +101,21 @@ void partFile(const std::filesystem::path& file) {
   startModeller();
   std::optional<std::vector<PK_BODY_t>> solids = receiveSolids(file);
   if (solids && solids->size() > 1) {
-    std::vector<double> volumes;
-    for (PK_BODY_t body : *solids) volumes.push_back(kernelVolume(body));
+    std::vector<Solid> read;
+    int invalidInputs = 0;
+    for (PK_BODY_t body : *solids) {
+      read.push_back(Solid{body, kernelVolume(body), wholeBodyValid(body)});
+      invalidInputs += !read.back().valid;
+    }
     Tally tally;
     double start = cpuSeconds();
-    for (std::size_t i = 0; i < solids->size(); ++i)
-      for (std::size_t j = i + 1; j < solids->size(); ++j)
-        unitePair((*solids)[i], (*solids)[j], volumes[i], volumes[j], tally);
+    for (std::size_t i = 0; i < read.size(); ++i)
+      for (std::size_t j = i + 1; j < read.size(); ++j) unitePair(read[i], read[j], tally);
     tally.seconds = cpuSeconds() - start;
-    std::printf("%s: solids %zu, pairs %d, apart %d, united %d (invalid %d, volume out of range %d), "
-                "fell apart %d, failed %d, %.2f s\n",
-                file.filename().c_str(), solids->size(), tally.pairs, tally.apart, tally.united, tally.invalid,
-                tally.outOfRange, tally.split, tally.failed, tally.seconds);
+    std::printf("%s: solids %zu (invalid as read %d), pairs %d, apart %d, united %d (invalid %d, and %d with an "
+                "invalid input; volume out of range %d), fell apart %d, failed %d, %.2f s\n",
+                file.filename().c_str(), read.size(), invalidInputs, tally.pairs, tally.apart, tally.united,
+                tally.invalid, tally.invalidFromInput, tally.outOfRange, tally.split, tally.failed, tally.seconds);
     for (const auto& [reason, count] : tally.reasons) std::printf("    failed %d: %s\n", count, reason.c_str());
     std::fflush(stdout);
   }
