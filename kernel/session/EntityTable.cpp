@@ -122,6 +122,7 @@ const BodyTopology* topologyOf(const Record& record) {
 }  // namespace
 
 void EntityTable::index(PK_ENTITY_t tag, const Record& record) {
+  if (record.cls == PK_CLASS_body) bodies_.insert(tag);
   if (record.owner != PK_ENTITY_null) byOwner_[record.owner].insert(tag);
   if (record.referent != PK_ENTITY_null) byReferent_[record.referent].insert(tag);
   if (PK_TRANSF_t transf = transfOf(record)) byTransf_[transf].insert(tag);
@@ -130,6 +131,7 @@ void EntityTable::index(PK_ENTITY_t tag, const Record& record) {
 }
 
 void EntityTable::unindex(PK_ENTITY_t tag, const Record& record) {
+  if (record.cls == PK_CLASS_body) bodies_.erase(tag);
   if (record.owner != PK_ENTITY_null) dropFrom(byOwner_, record.owner, tag);
   if (record.referent != PK_ENTITY_null) dropFrom(byReferent_, record.referent, tag);
   if (PK_TRANSF_t transf = transfOf(record)) dropFrom(byTransf_, transf, tag);

@@ -56,6 +56,8 @@ class EntityTable {
   // Entities owned by / referring to a tag, in tag (= creation) order.
   const std::set<PK_ENTITY_t>& ownedBy(PK_ENTITY_t owner) const;
   const std::set<PK_ENTITY_t>& referringTo(PK_ENTITY_t referent) const;
+  // The live bodies, in tag order.
+  const std::set<PK_ENTITY_t>& bodies() const { return bodies_; }
   // Instances placed by a transform (their payload names it).
   const std::set<PK_ENTITY_t>& placedBy(PK_TRANSF_t transf) const;
 
@@ -78,6 +80,7 @@ class EntityTable {
   std::unordered_map<PK_ENTITY_t, std::set<PK_ENTITY_t>> byReferent_;
   std::unordered_map<PK_ENTITY_t, std::set<PK_ENTITY_t>> byTransf_;
   std::unordered_map<PK_ENTITY_t, PK_BODY_t> subEntityBody_;
+  std::set<PK_ENTITY_t> bodies_;
   PK_ENTITY_t nextTag_ = 1;
   ChangeListener* listener_ = nullptr;
 };
