@@ -6,6 +6,7 @@
 #include "session/Parallelism.h"
 
 #include <BOPAlgo_Builder.hxx>
+#include <BOPAlgo_PaveFiller.hxx>
 #include <BRepCheck_Analyzer.hxx>
 #include <BRep_Builder.hxx>
 #include <BRep_Tool.hxx>
@@ -79,6 +80,7 @@ class FuseContext {
   // Whether some shape it was built from or made is still held elsewhere.
   bool alive(const std::vector<TopoDS_Shape>& liveShapes) const;
   SharedUnion unite(const TopoDS_Shape& a, const TopoDS_Shape& b);
+  int answered() const { return answered_; }
 
  private:
   const Member* find(const TopoDS_Shape& shape) const;
@@ -103,6 +105,7 @@ class FuseContext {
   std::vector<unsigned> cellMark_, edgeMark_;
   std::vector<int> edgeUses_, edgeBalance_, edgeFirst_;
   unsigned stamp_ = 0;
+  int answered_ = 0;
 };
 
 namespace {
@@ -125,15 +128,20 @@ bool FuseContext::alive(const std::vector<TopoDS_Shape>& liveShapes) const {
 }
 
 bool FuseContext::runGeneralFuse(const std::vector<TopoDS_Shape>& solids, double fuzzy) {
-  BOPAlgo_Builder builder;
   TopTools_ListOfShape arguments;
   for (const TopoDS_Shape& solid : solids) arguments.Append(solid);
+  BOPAlgo_PaveFiller filler;
+  filler.SetArguments(arguments);
+  filler.SetNonDestructive(true);
+  filler.SetRunParallel(sessionThreads() > 1);
+  filler.SetUseOBB(false);
+  filler.SetFuzzyValue(fuzzy);
+  filler.Perform();
+  if (filler.HasErrors()) return false;
+  BOPAlgo_Builder builder;
   builder.SetArguments(arguments);
-  builder.SetNonDestructive(true);
   builder.SetRunParallel(sessionThreads() > 1);
-  builder.SetUseOBB(false);
-  builder.SetFuzzyValue(fuzzy);
-  builder.Perform();
+  builder.PerformWithFiller(filler);
   if (builder.HasErrors()) return false;
   result_ = builder.Shape();
   history_ = builder.History();
@@ -395,6 +403,7 @@ SharedUnion FuseContext::unite(const TopoDS_Shape& targetShape, const TopoDS_Sha
           if (cellMark_[other] == stamp_) return out;
     if (fuzzy_ > 0) return out;
     out.kind = SharedUnion::Kind::noClash;
+    ++answered_;
     return out;
   }
   std::vector<int> cells;
@@ -426,6 +435,7 @@ SharedUnion FuseContext::unite(const TopoDS_Shape& targetShape, const TopoDS_Sha
   members_.emplace(solid.TShape().get(), std::move(joined));
   out.kind = SharedUnion::Kind::joined;
   out.solid = solid;
+  ++answered_;
   return out;
 }
 
@@ -476,7 +486,10 @@ std::vector<TopoDS_Shape> overlappingSolids(const std::vector<std::pair<PK_BODY_
 
 SharedUnion uniteShared(PK_BODY_t target, PK_BODY_t tool, double fuzzy) {
   SessionState& s = session();
-  if (!s.shareUnions.value_or(sharingEnabledByDefault())) return {};
+  if (!s.shareUnions.value_or(sharingEnabledByDefault())) {
+    s.fuseContext.reset();
+    return {};
+  }
   const TopoDS_Shape& a = bodyData(target).shape;
   const TopoDS_Shape& b = bodyData(tool).shape;
   if (a.IsNull() || b.IsNull() || a.ShapeType() != TopAbs_SOLID || b.ShapeType() != TopAbs_SOLID) return {};
@@ -502,9 +515,9 @@ SharedUnion uniteShared(PK_BODY_t target, PK_BODY_t tool, double fuzzy) {
   return context->unite(a, b);
 }
 
-bool sharedFuseActive() {
-  SessionState& s = session();
-  return s.fuseContext != nullptr;
+int sharedUnionsAnswered() {
+  const SessionState& s = session();
+  return s.fuseContext ? s.fuseContext->answered() : 0;
 }
 
 }  // namespace meld::kernel

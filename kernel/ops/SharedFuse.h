@@ -37,8 +37,8 @@ struct SharedUnion {
 // body that takes it is served again.
 SharedUnion uniteShared(PK_BODY_t target, PK_BODY_t tool, double fuzzy);
 
-// Whether the session has a fuse context, and how many bodies' shapes it
-// knows now (for tests and the bench).
-bool sharedFuseActive();
+// How many unions the session's current fuse context has answered (0 when
+// there is none): what tests and benchmarks look at.
+int sharedUnionsAnswered();
 
 }  // namespace meld::kernel
