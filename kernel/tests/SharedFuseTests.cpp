@@ -7,6 +7,9 @@
 #include "ops/SharedFuse.h"
 #include "session/Session.h"
 
+#include <BRepBuilderAPI_NurbsConvert.hxx>
+#include <BRepPrimAPI_MakeBox.hxx>
+
 #include <algorithm>
 #include <cmath>
 
@@ -228,4 +231,18 @@ TEST_F(SharedFuse, TagsOfUntouchedFacesSurviveAUnion) {
   EXPECT_FALSE(isLive(inside));
   EXPECT_EQ(classOf(outerEnd), PK_CLASS_face);
   EXPECT_NEAR(kernelVolume(bodies[0]), 1.8, 1e-9);
+}
+
+// A solid with a freeform face is left to the pairwise path: the general
+// fuse is not run at all for it and the bodies it overlaps.
+TEST_F(SharedFuse, FreeformFacesKeepTheUnionsPairwise) {
+  share(true);
+  TopoDS_Shape box = BRepPrimAPI_MakeBox(gp_Pnt(0.8, 0, 0), 1, 1, 1).Shape();
+  PK_BODY_t freeform =
+      meld::kernel::createBody(BRepBuilderAPI_NurbsConvert(box, true).Shape(), PK_BODY_type_solid_c);
+  std::vector<PK_BODY_t> left =
+      unitePassByPass({block(1, 1, 1, 0.5, 0.5, 0), freeform, block(1, 1, 1, 2.1, 0.5, 0)});
+  ASSERT_EQ(left.size(), 1u);
+  EXPECT_EQ(sharedUnionsAnswered(), 0);
+  EXPECT_NEAR(kernelVolume(left[0]), 2.6, 1e-7);
 }
