@@ -40,6 +40,7 @@ struct FaceRec {
   std::vector<std::pair<int, int>> edges;  // edge id, +1 forward / -1 reversed in `face`
   Measures share;  // of `face` as oriented
   bool made = false;  // not a face of any argument: OCCT built it
+  bool checked = false, valid = true;  // by OCCT's checker, when first needed
 };
 
 struct CellRec {
@@ -93,6 +94,7 @@ class FuseContext {
   bool indexFace(const TopoDS_Shape& face, int cell);
   void validate(const std::vector<TopoDS_Shape>& solids);
   void dropUnheld();
+  bool faceValid(int face);
   std::unique_ptr<ShapeHistory> historyOf(const Member& a, const Member& b, const TopoDS_Shape& solid) const;
   TopoDS_Shape joinedSolid(const std::vector<std::pair<int, bool>>& boundary, Measures& made);
 
@@ -145,6 +147,9 @@ bool FuseContext::runGeneralFuse(const std::vector<TopoDS_Shape>& solids, double
   BOPAlgo_Builder builder;
   builder.SetArguments(arguments);
   builder.SetRunParallel(sessionThreads() > 1);
+  // An inverted argument cannot pass the volume check that follows, so
+  // OCCT's own (costly) test for one is not needed.
+  builder.SetCheckInverted(false);
   builder.PerformWithFiller(filler);
   if (builder.HasErrors()) return false;
   result_ = builder.Shape();
@@ -232,9 +237,10 @@ bool FuseContext::indexFace(const TopoDS_Shape& face, int cell) {
   return true;
 }
 
-// Every face OCCT made passes its checker (each face once), every cell has
-// positive volume, and an argument is served only when its cells' volumes
-// add up to its own.
+// Every cell has positive volume, and an argument is served only when its
+// cells' volumes add up to its own. Faces OCCT made are checked when a union
+// first puts them on its boundary (faces that only ever lie between cells of
+// one body are never part of a result).
 void FuseContext::validate(const std::vector<TopoDS_Shape>& solids) {
   std::unordered_set<const TopoDS_TShape*> argumentFaces;
   for (const TopoDS_Shape& solid : solids)
@@ -242,9 +248,6 @@ void FuseContext::validate(const std::vector<TopoDS_Shape>& solids) {
   for (FaceRec& rec : faces_) {
     rec.made = argumentFaces.count(rec.face.TShape().get()) == 0;
     rec.share = measure(rec.face);
-    if (rec.made && !BRepCheck_Analyzer(rec.face, true).IsValid())
-      for (int cell : rec.cells)
-        if (cell >= 0) cells_[cell].valid = false;
   }
   for (CellRec& cell : cells_) {
     for (int f : cell.faces) {
@@ -279,6 +282,16 @@ void FuseContext::validate(const std::vector<TopoDS_Shape>& solids) {
     known.cells = std::move(member.cells);
     known.measures = member.measures;
   }
+}
+
+// A face of the inputs is as valid as they are; one OCCT made passes its
+// checker, asked once per face.
+bool FuseContext::faceValid(int face) {
+  FaceRec& rec = faces_[face];
+  if (!rec.made || rec.checked) return rec.valid;
+  rec.checked = true;
+  rec.valid = BRepCheck_Analyzer(rec.face, true).IsValid();
+  return rec.valid;
 }
 
 // Unions nobody holds any more (undone, or united further and their pmark
@@ -429,6 +442,8 @@ SharedUnion FuseContext::unite(const TopoDS_Shape& targetShape, const TopoDS_Sha
       boundary.emplace_back(f, rec.reversed[side]);
     }
   }
+  if (!std::all_of(boundary.begin(), boundary.end(), [&](const auto& entry) { return faceValid(entry.first); }))
+    return out;
   Measures made;
   for (int c : cells) made.volume += cells_[c].volume;
   TopoDS_Shape solid = joinedSolid(boundary, made);
