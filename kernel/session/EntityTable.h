@@ -72,8 +72,9 @@ class EntityTable {
   PK_ENTITY_t lastTag() const { return nextTag_ - 1; }
 
  private:
-  void index(PK_ENTITY_t tag, const Record& record);
-  void unindex(PK_ENTITY_t tag, const Record& record);
+  void index(PK_ENTITY_t tag, const Record& record, bool subEntities = true);
+  void unindex(PK_ENTITY_t tag, const Record& record, bool subEntities = true);
+  void reindexSubEntities(PK_ENTITY_t tag, const Record& before, const Record& after);
 
   std::unordered_map<PK_ENTITY_t, Record> records_;
   std::unordered_map<PK_ENTITY_t, std::set<PK_ENTITY_t>> byOwner_;
