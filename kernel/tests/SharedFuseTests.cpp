@@ -246,3 +246,34 @@ TEST_F(SharedFuse, FreeformFacesKeepTheUnionsPairwise) {
   EXPECT_EQ(sharedUnionsAnswered(), 0);
   EXPECT_NEAR(kernelVolume(left[0]), 2.6, 1e-7);
 }
+
+// Sub-shape attributes (as read from files) follow a face onto its pieces in
+// a union the context answers, and the piece that keeps the face's tag
+// carries one, as in a pairwise union.
+TEST_F(SharedFuse, FaceAttributesFollowTheirFaceIntoTheUnion) {
+  share(true);
+  PK_ATTDEF_t name = 0;
+  ASSERT_EQ(PK_ATTDEF_find("SDL/TYSA_NAME", &name), PK_ERROR_no_errors);
+  BRepPrimAPI_MakeBox box(gp_Pnt(0.8, 0, 0), 1, 1, 1);
+  TopoDS_Shape top = box.TopFace();
+  meld::kernel::BodyData data{box.Shape(), PK_BODY_type_solid_c, {}, nullptr};
+  data.subshapeAttribs.push_back(meld::kernel::SubshapeAttrib{top, name, {std::string("lid")}, false});
+  PK_BODY_t a = block(1, 1, 1, 0.5, 0.5, 0);
+  PK_BODY_t b = meld::kernel::createBody(std::move(data));
+  block(1, 1, 1, 2.1, 0.5, 0);
+  PK_FACE_t topTag = meld::kernel::bodyTopology(b).tagOf(top);
+  ASSERT_NE(topTag, PK_ENTITY_null);
+  ASSERT_EQ(unite(a, b), PK_boolean_result_success_c);
+  ASSERT_EQ(sharedUnionsAnswered(), 1);
+  const meld::kernel::BodyData& united = meld::kernel::bodyData(a);
+  ASSERT_FALSE(united.subshapeAttribs.empty());
+  bool onTagged = false;
+  for (const meld::kernel::SubshapeAttrib& attrib : united.subshapeAttribs) {
+    PK_ENTITY_t tag = united.topology->tagOf(attrib.shape);
+    EXPECT_NE(tag, PK_ENTITY_null);  // on a face of the union
+    EXPECT_EQ(attrib.attdef, name);
+    onTagged |= tag == topTag;
+  }
+  EXPECT_TRUE(onTagged);
+  EXPECT_TRUE(isLive(topTag));
+}
