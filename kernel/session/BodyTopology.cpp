@@ -27,7 +27,15 @@ namespace {
 class Deriver {
  public:
   explicit Deriver(const TagSources& sources)
-      : sources_(sources), taken_(sources.used ? *sources.used : ownTaken_) {}
+      : sources_(sources), taken_(sources.used ? *sources.used : ownTaken_) {
+    // A derived body is mostly its sources' sub-entities: room for them
+    // up front spares growing the tables step by step.
+    std::size_t expected = 0;
+    for (const BodyTopology* previous : sources_.previous) expected += previous->entities.size();
+    topo_->entities.reserve(expected);
+    topo_->byKey.reserve(expected);
+    taken_.reserve(taken_.size() + expected);
+  }
 
   BodyTopologyPtr run(const TopoDS_Shape& shape) {
     infinite_ = add(TopoDS_Shape(), SubRole::infinite, PK_CLASS_region, topo_->regions);
@@ -48,6 +56,7 @@ class Deriver {
     // an acorn) make one more shell of the infinite region.
     if (hasLooseParts(shape)) addShell(shape, SubRole::voidSide, infinite_, PK_SHELL_sign_mixed_c);
     SubShapes subs;
+    subs.seen.reserve(topo_->entities.bucket_count());
     collect(shape, subs);
     addAll(subs.faces, PK_CLASS_face, topo_->faces);
     addAll(subs.wires, PK_CLASS_loop, topo_->loops);
