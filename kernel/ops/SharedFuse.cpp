@@ -279,6 +279,9 @@ void FuseContext::validate(const std::vector<TopoDS_Shape>& solids) {
     std::sort(member.cells.begin(), member.cells.end());
     member.cells.erase(std::unique(member.cells.begin(), member.cells.end()), member.cells.end());
     Member& known = members_.at(solid.TShape().get());
+    // Two bodies placing one topology in two places are one key here: only
+    // the one registered first is served.
+    if (!sameLocated(solid, known.location, known.orientation)) continue;
     known.cells = std::move(member.cells);
     known.measures = member.measures;
   }
