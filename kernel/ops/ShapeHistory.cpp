@@ -29,7 +29,7 @@ const TopoDS_TShape* ShapeHistory::origin(const TopoDS_Shape& piece) const {
 }
 
 void ShapeHistory::addOrigin(const TopoDS_Shape& piece, const TopoDS_Shape& old) {
-  origins_.emplace(piece.TShape().get(), old.TShape().get());
+  origins_[piece.TShape().get()] = old.TShape().get();
 }
 
 std::vector<TopoDS_Shape> ShapeHistory::successors(const TopoDS_Shape& old) const {

@@ -223,6 +223,7 @@ TEST_F(SharedFuse, TagsOfUntouchedFacesSurviveAUnion) {
   PK_FACE_t outerEnd = faceNear(bodies[0], 0, 0.5, 0.5);
   PK_FACE_t toolTop = faceNear(bodies[1], 1.3, 0.5, 1);
   PK_FACE_t inside = faceNear(bodies[1], 0.8, 0.5, 0.5);
+  std::vector<PK_REGION_t> regions = regionsOf(bodies[0]);
   ASSERT_EQ(unite(bodies[0], bodies[1]), PK_boolean_result_success_c);
   ASSERT_EQ(sharedUnionsAnswered(), 1);
   std::vector<PK_FACE_t> faces = facesOf(bodies[0]);
@@ -231,6 +232,12 @@ TEST_F(SharedFuse, TagsOfUntouchedFacesSurviveAUnion) {
   EXPECT_FALSE(isLive(inside));
   EXPECT_EQ(classOf(outerEnd), PK_CLASS_face);
   EXPECT_NEAR(kernelVolume(bodies[0]), 1.8, 1e-9);
+  // The target's solid region keeps its tag, also when the target is a union
+  // the context made and the tool one of its arguments.
+  EXPECT_EQ(regionsOf(bodies[0]), regions);
+  ASSERT_EQ(unite(bodies[0], bodies[2]), PK_boolean_result_success_c);
+  ASSERT_EQ(sharedUnionsAnswered(), 2);
+  EXPECT_EQ(regionsOf(bodies[0]), regions);
 }
 
 // A solid with a freeform face is left to the pairwise path: the general
