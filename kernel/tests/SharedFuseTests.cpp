@@ -217,27 +217,33 @@ TEST_F(SharedFuse, MembersThatDoNotMeetGiveNoClashAsThePairwisePathDoes) {
 // Faces no union touches keep their tags; a tool's face split by a body not
 // yet united hands its tag to one piece; faces that end up inside go.
 TEST_F(SharedFuse, TagsOfUntouchedFacesSurviveAUnion) {
-  share(true);
-  std::vector<PK_BODY_t> bodies{block(1, 1, 1, 0.5, 0.5, 0), block(1, 1, 1, 1.3, 0.5, 0),
-                                block(1, 1, 1, 2.1, 0.5, 0)};
-  PK_FACE_t outerEnd = faceNear(bodies[0], 0, 0.5, 0.5);
-  PK_FACE_t toolTop = faceNear(bodies[1], 1.3, 0.5, 1);
-  PK_FACE_t inside = faceNear(bodies[1], 0.8, 0.5, 0.5);
-  std::vector<PK_REGION_t> regions = regionsOf(bodies[0]);
-  ASSERT_EQ(unite(bodies[0], bodies[1]), PK_boolean_result_success_c);
-  ASSERT_EQ(sharedUnionsAnswered(), 1);
-  std::vector<PK_FACE_t> faces = facesOf(bodies[0]);
-  EXPECT_NE(std::find(faces.begin(), faces.end(), outerEnd), faces.end());
-  EXPECT_NE(std::find(faces.begin(), faces.end(), toolTop), faces.end());
-  EXPECT_FALSE(isLive(inside));
-  EXPECT_EQ(classOf(outerEnd), PK_CLASS_face);
-  EXPECT_NEAR(kernelVolume(bodies[0]), 1.8, 1e-9);
-  // The target's solid region keeps its tag, also when the target is a union
-  // the context made and the tool one of its arguments.
-  EXPECT_EQ(regionsOf(bodies[0]), regions);
-  ASSERT_EQ(unite(bodies[0], bodies[2]), PK_boolean_result_success_c);
-  ASSERT_EQ(sharedUnionsAnswered(), 2);
-  EXPECT_EQ(regionsOf(bodies[0]), regions);
+  for (bool on : {true, false}) {
+    share(on);
+    std::vector<PK_BODY_t> bodies{block(1, 1, 1, 0.5, 0.5, 0), block(1, 1, 1, 1.3, 0.5, 0),
+                                  block(1, 1, 1, 2.1, 0.5, 0)};
+    PK_FACE_t outerEnd = faceNear(bodies[0], 0, 0.5, 0.5);
+    PK_FACE_t toolTop = faceNear(bodies[1], 1.3, 0.5, 1);
+    PK_FACE_t inside = faceNear(bodies[1], 0.8, 0.5, 0.5);
+    std::vector<PK_REGION_t> regions = regionsOf(bodies[0]);
+    ASSERT_EQ(unite(bodies[0], bodies[1]), PK_boolean_result_success_c);
+    ASSERT_EQ(sharedUnionsAnswered(), on ? 1 : 0);
+    std::vector<PK_FACE_t> faces = facesOf(bodies[0]);
+    EXPECT_NE(std::find(faces.begin(), faces.end(), outerEnd), faces.end()) << "sharing " << on;
+    EXPECT_NE(std::find(faces.begin(), faces.end(), toolTop), faces.end()) << "sharing " << on;
+    EXPECT_FALSE(isLive(inside));
+    EXPECT_EQ(classOf(outerEnd), PK_CLASS_face);
+    EXPECT_NEAR(kernelVolume(bodies[0]), 1.8, 1e-9);
+    // The context's union keeps the target's solid region tag, also when the
+    // target is a union it made and the tool one of its arguments. (OCCT's
+    // pairwise fuse names no solid in its history, so there the region is
+    // new: kernel/README.md.)
+    if (on) EXPECT_EQ(regionsOf(bodies[0]), regions);
+    ASSERT_EQ(unite(bodies[0], bodies[2]), PK_boolean_result_success_c);
+    ASSERT_EQ(sharedUnionsAnswered(), on ? 2 : 0);
+    if (on) EXPECT_EQ(regionsOf(bodies[0]), regions);
+    EXPECT_EQ(regionsOf(bodies[0]).front(), regions.front());  // the infinite region
+    ASSERT_EQ(PK_ENTITY_delete(1, &bodies[0]), PK_ERROR_no_errors);
+  }
 }
 
 // A solid with a freeform face is left to the pairwise path: the general
