@@ -5,6 +5,7 @@
 #include "BooleanChecks.h"
 #include "Bodies.h"
 #include "LastError.h"
+#include "SharedFuse.h"
 #include "session/KernelError.h"
 #include "session/Memory.h"
 #include "session/Parallelism.h"
@@ -265,11 +266,32 @@ bool allSolid(const Request& r) {
                      [](PK_BODY_t tool) { return bodyData(tool).type == PK_BODY_type_solid_c; });
 }
 
+// A union of two solids answered from the session's fuse context, when it
+// serves both; anything it does not answer takes the pairwise path.
+SharedUnion sharedUnion(const Request& r) {
+  if (r.function != PK_boolean_unite_c || r.tools.size() != 1) return {};
+  try {
+    OCC_CATCH_SIGNALS
+    return uniteShared(r.target, r.tools.front(), r.fuzzy);
+  } catch (const Standard_Failure&) {
+    return {};
+  }
+}
+
 PK_boolean_result_t run(const Request& r, std::vector<PK_BODY_t>& bodies) {
   if (std::find(r.tools.begin(), r.tools.end(), r.target) != r.tools.end()) return PK_boolean_result_is_tool_c;
   if (!allSolid(r)) return PK_boolean_result_not_solid_c;
   bool clash = r.function == PK_boolean_intersect_c ? allBoxesClash(r) : anyBoxClash(r);
   if (!clash) return PK_boolean_result_no_clash_c;
+  SharedUnion shared = sharedUnion(r);
+  if (shared.kind == SharedUnion::Kind::noClash) return PK_boolean_result_no_clash_c;
+  if (shared.kind == SharedUnion::Kind::joined) {
+    Outcome joined;
+    joined.solids = {shared.solid};
+    joined.history = std::move(shared.history);
+    bodies = apply(r, joined);
+    return PK_boolean_result_success_c;
+  }
   // Exact intersection first: a fuzzy value makes OCCT's boolean markedly
   // slower, and most unions do not need it. A result that fails (or would be
   // refused) is computed again with the fuzzy value asked for, and so is "no

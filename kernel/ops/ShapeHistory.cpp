@@ -28,6 +28,10 @@ const TopoDS_TShape* ShapeHistory::origin(const TopoDS_Shape& piece) const {
   return it == origins_.end() ? nullptr : it->second;
 }
 
+void ShapeHistory::addOrigin(const TopoDS_Shape& piece, const TopoDS_Shape& old) {
+  origins_[piece.TShape().get()] = old.TShape().get();
+}
+
 std::vector<TopoDS_Shape> ShapeHistory::successors(const TopoDS_Shape& old) const {
   if (history_.IsNull() || !BRepTools_History::IsSupportedType(old)) return {old};
   if (history_->IsRemoved(old)) return {};

@@ -22,6 +22,9 @@ class ShapeHistory {
 
   // The old face or solid a piece was made from (modified), or null.
   const TopoDS_TShape* origin(const TopoDS_Shape& piece) const;
+  // Names the old sub-shape a piece was made from, over what the history
+  // says (an operation that builds its result itself knows better).
+  void addOrigin(const TopoDS_Shape& piece, const TopoDS_Shape& old);
   // The old sub-shape's successors: its modified pieces, none when the
   // operation removed it, itself otherwise.
   std::vector<TopoDS_Shape> successors(const TopoDS_Shape& old) const;

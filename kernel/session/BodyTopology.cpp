@@ -27,7 +27,15 @@ namespace {
 class Deriver {
  public:
   explicit Deriver(const TagSources& sources)
-      : sources_(sources), taken_(sources.used ? *sources.used : ownTaken_) {}
+      : sources_(sources), taken_(sources.used ? *sources.used : ownTaken_) {
+    // A derived body is mostly its sources' sub-entities: room for them
+    // up front spares growing the tables step by step.
+    std::size_t expected = 0;
+    for (const BodyTopology* previous : sources_.previous) expected += previous->entities.size();
+    topo_->entities.reserve(expected);
+    topo_->byKey.reserve(expected);
+    taken_.reserve(taken_.size() + expected);
+  }
 
   BodyTopologyPtr run(const TopoDS_Shape& shape) {
     infinite_ = add(TopoDS_Shape(), SubRole::infinite, PK_CLASS_region, topo_->regions);
@@ -47,10 +55,13 @@ class Deriver {
     // Faces, edges or vertices in no shell (a sheet of loose faces, a wire,
     // an acorn) make one more shell of the infinite region.
     if (hasLooseParts(shape)) addShell(shape, SubRole::voidSide, infinite_, PK_SHELL_sign_mixed_c);
-    addAll(shape, TopAbs_FACE, PK_CLASS_face, topo_->faces);
-    addAll(shape, TopAbs_WIRE, PK_CLASS_loop, topo_->loops);
-    addAll(shape, TopAbs_EDGE, PK_CLASS_edge, topo_->edges);
-    addAll(shape, TopAbs_VERTEX, PK_CLASS_vertex, topo_->vertices);
+    SubShapes subs;
+    subs.seen.reserve(topo_->entities.bucket_count());
+    collect(shape, subs);
+    addAll(subs.faces, PK_CLASS_face, topo_->faces);
+    addAll(subs.wires, PK_CLASS_loop, topo_->loops);
+    addAll(subs.edges, PK_CLASS_edge, topo_->edges);
+    addAll(subs.vertices, PK_CLASS_vertex, topo_->vertices);
     if (sources_.knownBox) {
       topo_->box = *sources_.knownBox;
     } else if (!shape.IsNull()) {
@@ -101,9 +112,38 @@ class Deriver {
     topo_->entities[region].shells.push_back(tag);
   }
 
-  void addAll(const TopoDS_Shape& shape, TopAbs_ShapeEnum type, PK_CLASS_t cls,
-              std::vector<PK_ENTITY_t>& list) {
-    for (TopExp_Explorer ex(shape, type); ex.More(); ex.Next()) add(ex.Current(), SubRole::self, cls, list);
+  // The faces, loops, edges and vertices of a shape, each once (by TShape),
+  // in the order an explorer of that type meets them first: one walk over
+  // the shape instead of one per type, not entering a sub-shape met before
+  // (a big body's edges and vertices are each reached from several faces).
+  struct SubShapes {
+    std::vector<TopoDS_Shape> faces, wires, edges, vertices;
+    std::unordered_set<const TopoDS_TShape*> seen;
+  };
+
+  static void collect(const TopoDS_Shape& shape, SubShapes& subs) {
+    if (shape.IsNull()) return;
+    if (!note(shape, subs)) return;
+    for (TopoDS_Iterator it(shape); it.More(); it.Next()) collect(it.Value(), subs);
+  }
+
+  // Files the sub-shape in its list; false when it was met before.
+  static bool note(const TopoDS_Shape& shape, SubShapes& subs) {
+    std::vector<TopoDS_Shape>* list = nullptr;
+    switch (shape.ShapeType()) {
+      case TopAbs_FACE: list = &subs.faces; break;
+      case TopAbs_WIRE: list = &subs.wires; break;
+      case TopAbs_EDGE: list = &subs.edges; break;
+      case TopAbs_VERTEX: list = &subs.vertices; break;
+      default: return true;
+    }
+    if (!subs.seen.insert(shape.TShape().get()).second) return false;
+    list->push_back(shape);
+    return true;
+  }
+
+  void addAll(const std::vector<TopoDS_Shape>& shapes, PK_CLASS_t cls, std::vector<PK_ENTITY_t>& list) {
+    for (const TopoDS_Shape& shape : shapes) add(shape, SubRole::self, cls, list);
   }
 
   // The sub-entity's tag; a sub-shape met again (a face shared by two solids)

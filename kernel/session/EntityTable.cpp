@@ -52,9 +52,11 @@ void EntityTable::replacePayload(PK_ENTITY_t tag, PayloadPtr payload) {
   auto it = records_.find(tag);
   require(it != records_.end(), PK_ERROR_not_an_entity);
   if (listener_) listener_->replaced(tag, it->second);
-  unindex(tag, it->second);
-  it->second.payload = std::move(payload);
-  index(tag, it->second);
+  Record updated{it->second.cls, it->second.owner, it->second.referent, std::move(payload)};
+  unindex(tag, it->second, false);
+  reindexSubEntities(tag, it->second, updated);
+  it->second = std::move(updated);
+  index(tag, it->second, false);
 }
 
 void EntityTable::put(PK_ENTITY_t tag, Record record) {
@@ -121,19 +123,37 @@ const BodyTopology* topologyOf(const Record& record) {
 }
 }  // namespace
 
-void EntityTable::index(PK_ENTITY_t tag, const Record& record) {
+// A body's new topology mostly holds the old one's sub-entities (a union
+// keeps most of its target's faces): only those that went are dropped and
+// the others pointed at the body again, rather than all dropped and added.
+void EntityTable::reindexSubEntities(PK_ENTITY_t tag, const Record& before, const Record& after) {
+  const BodyTopology* old = topologyOf(before);
+  const BodyTopology* now = topologyOf(after);
+  if (old)
+    for (const auto& entry : old->entities) {
+      if (now && now->entities.count(entry.first)) continue;
+      auto it = subEntityBody_.find(entry.first);
+      if (it != subEntityBody_.end() && it->second == tag) subEntityBody_.erase(it);
+    }
+  if (now)
+    for (const auto& entry : now->entities) subEntityBody_[entry.first] = tag;
+}
+
+void EntityTable::index(PK_ENTITY_t tag, const Record& record, bool subEntities) {
+  if (record.cls == PK_CLASS_body) bodies_.insert(tag);
   if (record.owner != PK_ENTITY_null) byOwner_[record.owner].insert(tag);
   if (record.referent != PK_ENTITY_null) byReferent_[record.referent].insert(tag);
   if (PK_TRANSF_t transf = transfOf(record)) byTransf_[transf].insert(tag);
-  if (const BodyTopology* topology = topologyOf(record))
+  if (const BodyTopology* topology = subEntities ? topologyOf(record) : nullptr)
     for (const auto& entry : topology->entities) subEntityBody_[entry.first] = tag;
 }
 
-void EntityTable::unindex(PK_ENTITY_t tag, const Record& record) {
+void EntityTable::unindex(PK_ENTITY_t tag, const Record& record, bool subEntities) {
+  if (record.cls == PK_CLASS_body) bodies_.erase(tag);
   if (record.owner != PK_ENTITY_null) dropFrom(byOwner_, record.owner, tag);
   if (record.referent != PK_ENTITY_null) dropFrom(byReferent_, record.referent, tag);
   if (PK_TRANSF_t transf = transfOf(record)) dropFrom(byTransf_, transf, tag);
-  if (const BodyTopology* topology = topologyOf(record))
+  if (const BodyTopology* topology = subEntities ? topologyOf(record) : nullptr)
     for (const auto& entry : topology->entities) {
       // A sub-entity may have moved on to another body (a tool's face kept by
       // a union): only this body's hold on it ends.

@@ -56,6 +56,8 @@ class EntityTable {
   // Entities owned by / referring to a tag, in tag (= creation) order.
   const std::set<PK_ENTITY_t>& ownedBy(PK_ENTITY_t owner) const;
   const std::set<PK_ENTITY_t>& referringTo(PK_ENTITY_t referent) const;
+  // The live bodies, in tag order.
+  const std::set<PK_ENTITY_t>& bodies() const { return bodies_; }
   // Instances placed by a transform (their payload names it).
   const std::set<PK_ENTITY_t>& placedBy(PK_TRANSF_t transf) const;
 
@@ -70,14 +72,16 @@ class EntityTable {
   PK_ENTITY_t lastTag() const { return nextTag_ - 1; }
 
  private:
-  void index(PK_ENTITY_t tag, const Record& record);
-  void unindex(PK_ENTITY_t tag, const Record& record);
+  void index(PK_ENTITY_t tag, const Record& record, bool subEntities = true);
+  void unindex(PK_ENTITY_t tag, const Record& record, bool subEntities = true);
+  void reindexSubEntities(PK_ENTITY_t tag, const Record& before, const Record& after);
 
   std::unordered_map<PK_ENTITY_t, Record> records_;
   std::unordered_map<PK_ENTITY_t, std::set<PK_ENTITY_t>> byOwner_;
   std::unordered_map<PK_ENTITY_t, std::set<PK_ENTITY_t>> byReferent_;
   std::unordered_map<PK_ENTITY_t, std::set<PK_ENTITY_t>> byTransf_;
   std::unordered_map<PK_ENTITY_t, PK_BODY_t> subEntityBody_;
+  std::set<PK_ENTITY_t> bodies_;
   PK_ENTITY_t nextTag_ = 1;
   ChangeListener* listener_ = nullptr;
 };

@@ -13,6 +13,8 @@
 
 namespace meld::kernel {
 
+class FuseContext;  // ops/SharedFuse.cpp
+
 // A session starts single-threaded; only PK_SESSION_set_smp turns threads on.
 struct SmpSettings {
   PK_thread_t threadFormat = PK_thread_disabled_c;
@@ -33,6 +35,11 @@ struct SessionState {
   bool checkSelfInt = true;
   bool checkContinuity = true;
   SmpSettings smp;
+  // Unions answered from one general fuse of the session's solids: a cache
+  // outside the journal, dropped with the session. Sharing is on unless the
+  // environment says MELD_SHARED_FUSE=0; tests set it per session.
+  std::shared_ptr<FuseContext> fuseContext;
+  std::optional<bool> shareUnions;
 };
 
 struct Registry {

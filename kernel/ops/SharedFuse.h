@@ -1,0 +1,44 @@
+// Unions that share their intersection work. When the driver unites many
+// overlapping solids one pair at a time, intersecting each pair again is most
+// of the cost; instead, OCCT's general fuse splits all of them at once into
+// cells (each solid is the union of its cells, two overlapping solids share
+// the cells of their common part), and a union of two such bodies is the set
+// of their cells, bounded by the faces that have exactly one of its cells on
+// one side. The context is a cache outside the journal: a body is served by
+// it while its shape is one the context knows (an argument of the general
+// fuse, or a union the context made); anything else takes the pairwise path.
+#pragma once
+
+#include "FaceMeasures.h"
+#include "ShapeHistory.h"
+#include "pk.h"
+
+#include <TopoDS_Shape.hxx>
+
+#include <memory>
+
+namespace meld::kernel {
+
+struct SharedUnion {
+  enum class Kind {
+    notServed,  // take the pairwise path
+    noClash,    // the bodies do not meet
+    joined      // `solid` is the union, checked as a boolean's result is
+  };
+  Kind kind = Kind::notServed;
+  TopoDS_Shape solid;
+  std::unique_ptr<ShapeHistory> history;
+};
+
+// The union of two solid bodies from the session's fuse context, building
+// the context first when none serves the session and at least three solid
+// bodies (these two among them) have overlapping boxes. Changes nothing in
+// the entity table; a joined solid is remembered as a member, so that the
+// body that takes it is served again.
+SharedUnion uniteShared(PK_BODY_t target, PK_BODY_t tool, double fuzzy);
+
+// How many unions the session's current fuse context has answered (0 when
+// there is none): what tests and benchmarks look at.
+int sharedUnionsAnswered();
+
+}  // namespace meld::kernel

@@ -1,0 +1,292 @@
+// Unions answered from the session's fuse context (one general fuse of the
+// overlapping solids, unions as sets of its cells) against the same unions
+// made pairwise: body counts, analytic volumes, regions, rollback, tags,
+// and the bodies the context must leave to the pairwise path.
+#include "TopologyHelpers.h"
+#include "ops/Bodies.h"
+#include "ops/SharedFuse.h"
+#include "session/Session.h"
+
+#include <BRepBuilderAPI_NurbsConvert.hxx>
+#include <BRepPrimAPI_MakeBox.hxx>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace kerneltest;
+using meld::kernel::sharedUnionsAnswered;
+
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+
+PK_BODY_t block(double dx, double dy, double dz, double x, double y, double z) {
+  PK_AXIS2_sf_t basis{{{x, y, z}}, {{0, 0, 1}}, {{1, 0, 0}}};
+  PK_BODY_t body = 0;
+  EXPECT_EQ(PK_BODY_create_solid_block(dx, dy, dz, &basis, &body), PK_ERROR_no_errors);
+  return body;
+}
+
+// A cylinder whose base centre is `at` and axis `axis`.
+PK_BODY_t cylinder(double radius, double height, PK_VECTOR_t at, PK_VECTOR_t axis, PK_VECTOR_t ref) {
+  PK_AXIS2_sf_t basis{at, axis, ref};
+  PK_BODY_t body = 0;
+  EXPECT_EQ(PK_BODY_create_solid_cyl(radius, height, &basis, &body), PK_ERROR_no_errors);
+  return body;
+}
+
+PK_boolean_result_t unite(PK_BODY_t target, PK_BODY_t tool, double tolerance = 1e-5,
+                          std::vector<PK_BODY_t>* bodies = nullptr) {
+  PK_BODY_boolean_o_t options;
+  PK_BODY_boolean_o_m(options);
+  options.default_tol = tolerance;
+  PK_TOPOL_track_r_t tracking;
+  PK_boolean_r_t results;
+  EXPECT_EQ(PK_BODY_boolean_2(target, 1, &tool, &options, &tracking, &results), PK_ERROR_no_errors);
+  if (bodies) bodies->assign(results.bodies, results.bodies + results.n_bodies);
+  PK_boolean_result_t result = results.result;
+  PK_boolean_r_f(&results);
+  PK_TOPOL_track_r_f(&tracking);
+  return result;
+}
+
+// The driver's passes: each live body in turn is the target of every later
+// one, until one body is left or a pass changes nothing.
+std::vector<PK_BODY_t> unitePassByPass(std::vector<PK_BODY_t> slots) {
+  for (;;) {
+    std::size_t before = std::count_if(slots.begin(), slots.end(), [](PK_BODY_t b) { return b != 0; });
+    for (std::size_t i = 0; i < slots.size(); ++i) {
+      for (std::size_t j = i + 1; j < slots.size() && slots[i]; ++j) {
+        if (!slots[j]) continue;
+        if (unite(slots[i], slots[j]) == PK_boolean_result_success_c) slots[j] = 0;
+      }
+    }
+    slots.erase(std::remove(slots.begin(), slots.end(), 0), slots.end());
+    if (slots.size() <= 1 || slots.size() == before) return slots;
+  }
+}
+
+void goBack(PK_PMARK_t pmark) {
+  PK_PMARK_goto_o_t options;
+  PK_PMARK_goto_o_m(options);
+  int n[3];
+  int* lists[3];
+  ASSERT_EQ(PK_PMARK_goto_2(pmark, &options, &n[0], &lists[0], &n[1], &lists[1], &n[2], &lists[2]),
+            PK_ERROR_no_errors);
+  for (int* list : lists) PK_MEMORY_free(list);
+}
+
+PK_PMARK_t makePmark() {
+  PK_PARTITION_t partition = 0;
+  EXPECT_EQ(PK_SESSION_ask_curr_partition(&partition), PK_ERROR_no_errors);
+  PK_PMARK_t pmark = 0;
+  EXPECT_EQ(PK_PARTITION_make_pmark(partition, &pmark), PK_ERROR_no_errors);
+  return pmark;
+}
+
+// The tag of the face whose box centre is nearest the point.
+PK_FACE_t faceNear(PK_BODY_t body, double x, double y, double z) {
+  PK_FACE_t best = 0;
+  double bestDistance = 1e300;
+  for (PK_FACE_t face : facesOf(body)) {
+    PK_BOX_t box;
+    EXPECT_EQ(PK_TOPOL_find_box(face, &box), PK_ERROR_no_errors);
+    double d = std::hypot((box.coord[0] + box.coord[3]) / 2 - x, (box.coord[1] + box.coord[4]) / 2 - y,
+                          (box.coord[2] + box.coord[5]) / 2 - z);
+    if (d < bestDistance) best = face, bestDistance = d;
+  }
+  return best;
+}
+
+}  // namespace
+
+class SharedFuse : public KernelSession {
+ protected:
+  void share(bool on) { meld::kernel::session().shareUnions = on; }
+};
+
+// Four unit blocks 0.8 apart along x, a cylinder along x through all of them
+// sticking out 0.5 at each end, and an upright cylinder through the second
+// block sticking out 0.5 below and above: every solid crosses others.
+std::vector<PK_BODY_t> chain() {
+  std::vector<PK_BODY_t> bodies;
+  for (int i = 0; i < 4; ++i) bodies.push_back(block(1, 1, 1, 0.5 + 0.8 * i, 0.5, 0));
+  bodies.push_back(cylinder(0.3, 4.4, {{-0.5, 0.5, 0.5}}, {{1, 0, 0}}, {{0, 0, 1}}));
+  bodies.push_back(cylinder(0.2, 2, {{1.3, 0.5, -0.5}}, {{0, 0, 1}}, {{1, 0, 0}}));
+  return bodies;
+}
+
+// The chain's blocks span x in [0, 3.4]: 3.4 m^3; the cylinders add what
+// sticks out of them.
+constexpr double kChainVolume = 3.4 + kPi * 0.09 * 1.0 + kPi * 0.04 * 1.0;
+
+int faultsOf(PK_BODY_t body) {
+  PK_BODY_check_o_t options;
+  PK_BODY_check_o_m(options);
+  int n = 0;
+  PK_check_fault_t* faults = nullptr;
+  EXPECT_EQ(PK_BODY_check(body, &options, &n, &faults), PK_ERROR_no_errors);
+  if (n) PK_MEMORY_free(faults);
+  return n;
+}
+
+TEST_F(SharedFuse, AChainUnitedPassByPassGivesThePairwiseBodyAndVolume) {
+  for (bool on : {true, false}) {
+    share(on);
+    std::vector<PK_BODY_t> left = unitePassByPass(chain());
+    ASSERT_EQ(left.size(), 1u) << "sharing " << on;
+    EXPECT_NEAR(kernelVolume(left[0]), kChainVolume, 1e-8) << "sharing " << on;
+    EXPECT_EQ(regionView(left[0]), "void:- solid:+");
+    EXPECT_EQ(faultsOf(left[0]), 0) << "sharing " << on;
+    // All five unions came from the context, or none did.
+    EXPECT_EQ(sharedUnionsAnswered(), on ? 5 : 0);
+    ASSERT_EQ(PK_ENTITY_delete(1, &left[0]), PK_ERROR_no_errors);
+  }
+}
+
+// Six walls of a hollow cube, overlapping along its edges: the last union
+// closes the void inside, which becomes a cavity of the one body.
+TEST_F(SharedFuse, WallsJoinedAroundAVoidLeaveACavity) {
+  share(true);
+  std::vector<PK_BODY_t> walls{block(3, 3, 0.5, 1.5, 1.5, 0),    block(3, 3, 0.5, 1.5, 1.5, 2.5),
+                               block(0.5, 3, 3, 0.25, 1.5, 0),   block(0.5, 3, 3, 2.75, 1.5, 0),
+                               block(3, 0.5, 3, 1.5, 0.25, 0),   block(3, 0.5, 3, 1.5, 2.75, 0)};
+  std::vector<PK_BODY_t> left = unitePassByPass(walls);
+  ASSERT_EQ(left.size(), 1u);
+  EXPECT_EQ(sharedUnionsAnswered(), 5);
+  EXPECT_NEAR(kernelVolume(left[0]), 27.0 - 8.0, 1e-9);
+  EXPECT_EQ(regionView(left[0]), "void:- solid:+- void:+");
+  EXPECT_EQ(faultsOf(left[0]), 0);
+}
+
+TEST_F(SharedFuse, AUnionUndoneThroughItsPmarkIsAnsweredAgainTheSameWay) {
+  share(true);
+  std::vector<PK_BODY_t> bodies = chain();
+  ASSERT_EQ(unite(bodies[0], bodies[1]), PK_boolean_result_success_c);
+  std::vector<PK_FACE_t> faces = facesOf(bodies[0]);
+  PK_PMARK_t pmark = makePmark();
+  ASSERT_EQ(unite(bodies[0], bodies[4]), PK_boolean_result_success_c);
+  double joined = kernelVolume(bodies[0]);
+  std::size_t joinedFaces = facesOf(bodies[0]).size();
+  goBack(pmark);
+  EXPECT_EQ(facesOf(bodies[0]), faces);
+  EXPECT_TRUE(isLive(bodies[4]));
+  // The restored shapes are the ones the context knows.
+  ASSERT_EQ(unite(bodies[0], bodies[4]), PK_boolean_result_success_c);
+  EXPECT_EQ(sharedUnionsAnswered(), 3);
+  EXPECT_NEAR(kernelVolume(bodies[0]), joined, 1e-12);
+  EXPECT_EQ(facesOf(bodies[0]).size(), joinedFaces);
+  EXPECT_FALSE(isLive(bodies[4]));
+}
+
+// A body moved after the split keeps its topology but not its place: the
+// context's cells no longer describe it.
+TEST_F(SharedFuse, ABodyMovedAfterTheSplitTakesThePairwisePathAndIsRight) {
+  share(true);
+  std::vector<PK_BODY_t> bodies = chain();
+  ASSERT_EQ(unite(bodies[0], bodies[1]), PK_boolean_result_success_c);
+  ASSERT_EQ(sharedUnionsAnswered(), 1);
+  PK_TRANSF_sf_t sf{{{1, 0, 0, -0.1}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 1}}};
+  PK_TRANSF_t transf = 0;
+  ASSERT_EQ(PK_TRANSF_create(&sf, &transf), PK_ERROR_no_errors);
+  ASSERT_EQ(PK_BODY_transform_2(bodies[3], transf, 1e-6, nullptr), PK_ERROR_no_errors);
+  ASSERT_EQ(unite(bodies[2], bodies[3]), PK_boolean_result_success_c);
+  EXPECT_EQ(sharedUnionsAnswered(), 1);
+  // Blocks over x in [1.6, 2.6] and, moved, [2.3, 3.3].
+  EXPECT_NEAR(kernelVolume(bodies[2]), 1.7, 1e-9);
+}
+
+// Boxes that overlap round a corner the bodies do not reach: the context
+// answers "no clash" as the pairwise path does, and changes nothing.
+TEST_F(SharedFuse, MembersThatDoNotMeetGiveNoClashAsThePairwisePathDoes) {
+  PK_BODY_t a = block(1, 1, 1, 0.5, 0.5, 0), b = block(1, 1, 1, 1.3, 0.5, 0);
+  PK_BODY_t c = cylinder(0.2, 1, {{-0.15, -0.15, 0}}, {{0, 0, 1}}, {{1, 0, 0}});
+  std::vector<PK_FACE_t> faces = facesOf(a);
+  for (bool on : {true, false}) {
+    share(on);
+    EXPECT_EQ(unite(a, c, 0.0), PK_boolean_result_no_clash_c) << "sharing " << on;
+    EXPECT_EQ(sharedUnionsAnswered(), on ? 1 : 0);
+    EXPECT_EQ(unite(a, c, 1e-5), PK_boolean_result_no_clash_c) << "sharing " << on;
+    EXPECT_TRUE(isLive(c));
+    EXPECT_EQ(facesOf(a), faces);
+    EXPECT_NEAR(kernelVolume(c), kPi * 0.04, 1e-9);
+  }
+  EXPECT_TRUE(isLive(b));
+}
+
+// Faces no union touches keep their tags; a tool's face split by a body not
+// yet united hands its tag to one piece; faces that end up inside go.
+TEST_F(SharedFuse, TagsOfUntouchedFacesSurviveAUnion) {
+  for (bool on : {true, false}) {
+    share(on);
+    std::vector<PK_BODY_t> bodies{block(1, 1, 1, 0.5, 0.5, 0), block(1, 1, 1, 1.3, 0.5, 0),
+                                  block(1, 1, 1, 2.1, 0.5, 0)};
+    PK_FACE_t outerEnd = faceNear(bodies[0], 0, 0.5, 0.5);
+    PK_FACE_t toolTop = faceNear(bodies[1], 1.3, 0.5, 1);
+    PK_FACE_t inside = faceNear(bodies[1], 0.8, 0.5, 0.5);
+    std::vector<PK_REGION_t> regions = regionsOf(bodies[0]);
+    ASSERT_EQ(unite(bodies[0], bodies[1]), PK_boolean_result_success_c);
+    ASSERT_EQ(sharedUnionsAnswered(), on ? 1 : 0);
+    std::vector<PK_FACE_t> faces = facesOf(bodies[0]);
+    EXPECT_NE(std::find(faces.begin(), faces.end(), outerEnd), faces.end()) << "sharing " << on;
+    EXPECT_NE(std::find(faces.begin(), faces.end(), toolTop), faces.end()) << "sharing " << on;
+    EXPECT_FALSE(isLive(inside));
+    EXPECT_EQ(classOf(outerEnd), PK_CLASS_face);
+    EXPECT_NEAR(kernelVolume(bodies[0]), 1.8, 1e-9);
+    // The context's union keeps the target's solid region tag, also when the
+    // target is a union it made and the tool one of its arguments. (OCCT's
+    // pairwise fuse names no solid in its history, so there the region is
+    // new: kernel/README.md.)
+    if (on) EXPECT_EQ(regionsOf(bodies[0]), regions);
+    ASSERT_EQ(unite(bodies[0], bodies[2]), PK_boolean_result_success_c);
+    ASSERT_EQ(sharedUnionsAnswered(), on ? 2 : 0);
+    if (on) EXPECT_EQ(regionsOf(bodies[0]), regions);
+    EXPECT_EQ(regionsOf(bodies[0]).front(), regions.front());  // the infinite region
+    ASSERT_EQ(PK_ENTITY_delete(1, &bodies[0]), PK_ERROR_no_errors);
+  }
+}
+
+// A solid with a freeform face is left to the pairwise path: the general
+// fuse is not run at all for it and the bodies it overlaps.
+TEST_F(SharedFuse, FreeformFacesKeepTheUnionsPairwise) {
+  share(true);
+  TopoDS_Shape box = BRepPrimAPI_MakeBox(gp_Pnt(0.8, 0, 0), 1, 1, 1).Shape();
+  PK_BODY_t freeform =
+      meld::kernel::createBody(BRepBuilderAPI_NurbsConvert(box, true).Shape(), PK_BODY_type_solid_c);
+  std::vector<PK_BODY_t> left =
+      unitePassByPass({block(1, 1, 1, 0.5, 0.5, 0), freeform, block(1, 1, 1, 2.1, 0.5, 0)});
+  ASSERT_EQ(left.size(), 1u);
+  EXPECT_EQ(sharedUnionsAnswered(), 0);
+  EXPECT_NEAR(kernelVolume(left[0]), 2.6, 1e-7);
+}
+
+// Sub-shape attributes (as read from files) follow a face onto its pieces in
+// a union the context answers, and the piece that keeps the face's tag
+// carries one, as in a pairwise union.
+TEST_F(SharedFuse, FaceAttributesFollowTheirFaceIntoTheUnion) {
+  share(true);
+  PK_ATTDEF_t name = 0;
+  ASSERT_EQ(PK_ATTDEF_find("SDL/TYSA_NAME", &name), PK_ERROR_no_errors);
+  BRepPrimAPI_MakeBox box(gp_Pnt(0.8, 0, 0), 1, 1, 1);
+  TopoDS_Shape top = box.TopFace();
+  meld::kernel::BodyData data{box.Shape(), PK_BODY_type_solid_c, {}, nullptr};
+  data.subshapeAttribs.push_back(meld::kernel::SubshapeAttrib{top, name, {std::string("lid")}, false});
+  PK_BODY_t a = block(1, 1, 1, 0.5, 0.5, 0);
+  PK_BODY_t b = meld::kernel::createBody(std::move(data));
+  block(1, 1, 1, 2.1, 0.5, 0);
+  PK_FACE_t topTag = meld::kernel::bodyTopology(b).tagOf(top);
+  ASSERT_NE(topTag, PK_ENTITY_null);
+  ASSERT_EQ(unite(a, b), PK_boolean_result_success_c);
+  ASSERT_EQ(sharedUnionsAnswered(), 1);
+  const meld::kernel::BodyData& united = meld::kernel::bodyData(a);
+  ASSERT_FALSE(united.subshapeAttribs.empty());
+  bool onTagged = false;
+  for (const meld::kernel::SubshapeAttrib& attrib : united.subshapeAttribs) {
+    PK_ENTITY_t tag = united.topology->tagOf(attrib.shape);
+    EXPECT_NE(tag, PK_ENTITY_null);  // on a face of the union
+    EXPECT_EQ(attrib.attdef, name);
+    onTagged |= tag == topTag;
+  }
+  EXPECT_TRUE(onTagged);
+  EXPECT_TRUE(isLive(topTag));
+}
