@@ -237,10 +237,14 @@ TEST_F(SharedFuse, TagsOfUntouchedFacesSurviveAUnion) {
     // target is a union it made and the tool one of its arguments. (OCCT's
     // pairwise fuse names no solid in its history, so there the region is
     // new: kernel/README.md.)
-    if (on) EXPECT_EQ(regionsOf(bodies[0]), regions);
+    if (on) {
+      EXPECT_EQ(regionsOf(bodies[0]), regions);
+    }
     ASSERT_EQ(unite(bodies[0], bodies[2]), PK_boolean_result_success_c);
     ASSERT_EQ(sharedUnionsAnswered(), on ? 2 : 0);
-    if (on) EXPECT_EQ(regionsOf(bodies[0]), regions);
+    if (on) {
+      EXPECT_EQ(regionsOf(bodies[0]), regions);
+    }
     EXPECT_EQ(regionsOf(bodies[0]).front(), regions.front());  // the infinite region
     ASSERT_EQ(PK_ENTITY_delete(1, &bodies[0]), PK_ERROR_no_errors);
   }

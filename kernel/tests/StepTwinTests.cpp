@@ -142,8 +142,9 @@ TEST_F(StepTwins, LoadedFilesAgreeWithOcctsStepReaderOnVolumeAndPlacement) {
     const double size = std::cbrt(totalVolume(theirs));
     std::vector<gp_XYZ> a = layout(ours), b = layout(theirs);
     for (std::size_t i = 0; i < a.size(); ++i) EXPECT_LT((a[i] - b[i]).Modulus(), 1e-6 * size) << "solid " << i;
-    if (parts.size() == 1 && meld::kernel::session().table.get(parts[0]).cls == PK_CLASS_body)
+    if (parts.size() == 1 && meld::kernel::session().table.get(parts[0]).cls == PK_CLASS_body) {
       EXPECT_LT(shift.Modulus(), 1e-6 * size);
+    }
     ++compared;
   }
   EXPECT_GT(compared, 0);
