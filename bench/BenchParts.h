@@ -68,6 +68,40 @@ inline std::vector<PK_BODY_t> solidsOf(const std::vector<PK_PART_t>& parts) {
   return solids;
 }
 
+// Partition marks as the program uses them around each union.
+inline PK_PMARK_t makePmark() {
+  PK_PARTITION_t partition = 0;
+  check(PK_SESSION_ask_curr_partition(&partition), "PK_SESSION_ask_curr_partition");
+  PK_PMARK_t pmark = 0;
+  check(PK_PARTITION_make_pmark(partition, &pmark), "PK_PARTITION_make_pmark");
+  return pmark;
+}
+
+inline void gotoPmark(PK_PMARK_t pmark) {
+  PK_PMARK_goto_o_t go;
+  PK_PMARK_goto_o_m(go);
+  int n[3];
+  int* lists[3];
+  check(PK_PMARK_goto_2(pmark, &go, &n[0], &lists[0], &n[1], &lists[1], &n[2], &lists[2]), "PK_PMARK_goto_2");
+  for (int* list : lists) PK_MEMORY_free(list);
+}
+
+inline void deletePmark(PK_PMARK_t pmark) {
+  int nDeleted = 0;
+  PK_PMARK_t* deleted = nullptr;
+  check(PK_PMARK_delete(1, &pmark, &nDeleted, &deleted), "PK_PMARK_delete");
+  PK_MEMORY_free(deleted);
+}
+
+// The kernel's last message up to its first number, so that alike failures
+// count together.
+inline std::string lastReason() {
+  const char* message = nullptr;
+  PK_ERROR_ask_last_message(&message);
+  std::string text = message ? message : "";
+  return text.substr(0, text.find_first_of("0123456789"));
+}
+
 inline bool isPartFile(const std::filesystem::path& file) {
   std::string ext = file.extension().string();
   return ext == ".x_t" || ext == ".xmt_txt" || ext == ".x_b" || ext == ".xmt_bin";

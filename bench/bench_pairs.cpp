@@ -35,28 +35,6 @@ bool wholeBodyValid(PK_BODY_t body) {
   return n == 0;
 }
 
-// The message up to its first number, so that alike failures count together.
-std::string reasonOf() {
-  const char* message = nullptr;
-  PK_ERROR_ask_last_message(&message);
-  std::string text = message ? message : "";
-  return text.substr(0, text.find_first_of("0123456789"));
-}
-
-void goBack(PK_PMARK_t pmark) {
-  PK_PMARK_goto_o_t go;
-  PK_PMARK_goto_o_m(go);
-  int n[3];
-  int* lists[3];
-  check(PK_PMARK_goto_2(pmark, &go, &n[0], &lists[0], &n[1], &lists[1], &n[2], &lists[2]), "PK_PMARK_goto_2");
-  for (int* list : lists) PK_MEMORY_free(list);
-  int nDeleted = 0;
-  PK_PMARK_t* deleted = nullptr;
-  check(PK_PMARK_delete(1, &pmark, &nDeleted, &deleted), "PK_PMARK_delete");
-  PK_MEMORY_free(deleted);
-}
-
-// Unites a with b under a pmark, judges the result, and goes back.
 struct Solid {
   PK_BODY_t body;
   double volume;
@@ -66,10 +44,7 @@ struct Solid {
 void unitePair(const Solid& first, const Solid& second, Tally& tally) {
   PK_BODY_t a = first.body, b = second.body;
   double va = first.volume, vb = second.volume;
-  PK_PARTITION_t partition = 0;
-  check(PK_SESSION_ask_curr_partition(&partition), "PK_SESSION_ask_curr_partition");
-  PK_PMARK_t pmark = 0;
-  check(PK_PARTITION_make_pmark(partition, &pmark), "PK_PARTITION_make_pmark");
+  PK_PMARK_t pmark = makePmark();
   PK_BODY_boolean_o_t options;
   PK_BODY_boolean_o_m(options);
   PK_TOPOL_track_r_t tracking;
@@ -81,7 +56,7 @@ void unitePair(const Solid& first, const Solid& second, Tally& tally) {
     ++tally.apart;
   } else if (result != PK_boolean_result_success_c) {
     ++tally.failed;
-    ++tally.reasons[code ? "error " + std::to_string(code) : reasonOf()];
+    ++tally.reasons[code ? "error " + std::to_string(code) : lastReason()];
   } else if (results.n_bodies != 1) {
     ++tally.split;
   } else {
@@ -94,7 +69,8 @@ void unitePair(const Solid& first, const Solid& second, Tally& tally) {
     PK_boolean_r_f(&results);
     PK_TOPOL_track_r_f(&tracking);
   }
-  goBack(pmark);
+  gotoPmark(pmark);
+  deletePmark(pmark);
 }
 
 void partFile(const std::filesystem::path& file) {

@@ -136,20 +136,11 @@ std::map<std::string, int>& undone() {
   return reasons;
 }
 
-// The message up to its first number, so that alike failures count together.
-std::string reasonOf(const char* message) {
-  std::string text = message ? message : "";
-  std::size_t digit = text.find_first_of("0123456789");
-  return digit == std::string::npos ? text : text.substr(0, digit);
-}
 
 // One union as the program makes it: a pmark, the boolean, back to the pmark
 // when it fails or falls apart, the pmark deleted.
 Unite kernelUnite(KernelSlot& target, KernelSlot& tool) {
-  PK_PARTITION_t partition = 0;
-  check(PK_SESSION_ask_curr_partition(&partition), "PK_SESSION_ask_curr_partition");
-  PK_PMARK_t pmark = 0;
-  check(PK_PARTITION_make_pmark(partition, &pmark), "PK_PARTITION_make_pmark");
+  PK_PMARK_t pmark = makePmark();
   PK_BODY_boolean_o_t options;
   PK_BODY_boolean_o_m(options);
   PK_TOPOL_track_r_t tracking;
@@ -162,24 +153,12 @@ Unite kernelUnite(KernelSlot& target, KernelSlot& tool) {
     PK_TOPOL_track_r_f(&tracking);
   }
   if (result == PK_boolean_result_failed_c) {
-    const char* message = nullptr;
-    PK_ERROR_ask_last_message(&message);
-    ++undone()[reasonOf(message)];
+    ++undone()[lastReason()];
   } else if (result == PK_boolean_result_success_c && !accepted) {
     ++undone()["split into several bodies"];
   }
-  if (result != PK_boolean_result_no_clash_c && !accepted) {
-    PK_PMARK_goto_o_t go;
-    PK_PMARK_goto_o_m(go);
-    int n[3];
-    int* lists[3];
-    check(PK_PMARK_goto_2(pmark, &go, &n[0], &lists[0], &n[1], &lists[1], &n[2], &lists[2]), "PK_PMARK_goto_2");
-    for (int* list : lists) PK_MEMORY_free(list);
-  }
-  int nDeleted = 0;
-  PK_PMARK_t* deleted = nullptr;
-  check(PK_PMARK_delete(1, &pmark, &nDeleted, &deleted), "PK_PMARK_delete");
-  PK_MEMORY_free(deleted);
+  if (result != PK_boolean_result_no_clash_c && !accepted) gotoPmark(pmark);
+  deletePmark(pmark);
   if (result == PK_boolean_result_no_clash_c) return Unite::noClash;
   return accepted ? Unite::success : Unite::failed;
 }

@@ -24,13 +24,6 @@ namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 
-PK_BODY_t blockAt(double dx, double dy, double dz, double x, double y, double z) {
-  PK_AXIS2_sf_t basis{{{x, y, z}}, {{0, 0, 1}}, {{1, 0, 0}}};
-  PK_BODY_t body = 0;
-  EXPECT_EQ(PK_BODY_create_solid_block(dx, dy, dz, &basis, &body), PK_ERROR_no_errors);
-  return body;
-}
-
 struct Outcome {
   PK_ERROR_code_t error = 0;
   PK_boolean_result_t result = 0;
@@ -56,20 +49,6 @@ Outcome boolean(PK_BODY_t target, std::vector<PK_BODY_t> tools, PK_boolean_funct
 }
 
 bool contains(const std::vector<int>& list, int tag) { return std::find(list.begin(), list.end(), tag) != list.end(); }
-
-// The tag of the face whose box centre is nearest the point.
-PK_FACE_t faceNear(PK_BODY_t body, double x, double y, double z) {
-  PK_FACE_t best = 0;
-  double bestDistance = 1e300;
-  for (PK_FACE_t face : facesOf(body)) {
-    PK_BOX_t box;
-    EXPECT_EQ(PK_TOPOL_find_box(face, &box), PK_ERROR_no_errors);
-    double c[3] = {(box.coord[0] + box.coord[3]) / 2, (box.coord[1] + box.coord[4]) / 2, (box.coord[2] + box.coord[5]) / 2};
-    double d = std::hypot(c[0] - x, c[1] - y, c[2] - z);
-    if (d < bestDistance) best = face, bestDistance = d;
-  }
-  return best;
-}
 
 // A unit block whose shell lacks one face, as a solid body.
 PK_BODY_t openBlockAt(double x) {
@@ -322,10 +301,8 @@ TEST_F(Booleans, AMarkBeforeTheBooleanBringsEveryBodyBackExactly) {
     std::string targetBox = boxOf(target), toolBox = boxOf(tool);
     PK_MARK_t mark = 0;
     PK_PMARK_t pmark = 0;
-    PK_PARTITION_t partition = 0;
     if (viaPmark) {
-      ASSERT_EQ(PK_SESSION_ask_curr_partition(&partition), PK_ERROR_no_errors);
-      ASSERT_EQ(PK_PARTITION_make_pmark(partition, &pmark), PK_ERROR_no_errors);
+      pmark = makePmark();
     } else {
       ASSERT_EQ(PK_MARK_create(&mark), PK_ERROR_no_errors);
     }
@@ -334,13 +311,7 @@ TEST_F(Booleans, AMarkBeforeTheBooleanBringsEveryBodyBackExactly) {
     std::vector<PK_FACE_t> madeFaces = facesOf(out.bodies[1]);
 
     if (viaPmark) {
-      PK_PMARK_goto_o_t options;
-      PK_PMARK_goto_o_m(options);
-      int n[3];
-      int* lists[3];
-      ASSERT_EQ(PK_PMARK_goto_2(pmark, &options, &n[0], &lists[0], &n[1], &lists[1], &n[2], &lists[2]),
-                PK_ERROR_no_errors);
-      for (int* list : lists) PK_MEMORY_free(list);
+      goBackTo(pmark);
     } else {
       ASSERT_EQ(PK_MARK_goto(mark), PK_ERROR_no_errors);
     }

@@ -73,7 +73,9 @@ TEST_F(CorpusTopology, APartsSolidsUniteIntoOneValidBodyAndAPmarkTakesItBack) {
     int n = 0;
     PK_INSTANCE_t* refs = nullptr;
     ASSERT_EQ(PK_PART_ask_ref_instances(body, &n, &refs), PK_ERROR_no_errors);
-    if (n) EXPECT_EQ(PK_ENTITY_delete(n, refs), PK_ERROR_no_errors);
+    if (n) {
+      EXPECT_EQ(PK_ENTITY_delete(n, refs), PK_ERROR_no_errors);
+    }
     taken(n, refs);
   }
   std::vector<double> volumes;

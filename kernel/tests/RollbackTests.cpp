@@ -81,14 +81,6 @@ PK_BODY_t changeEverything(const Model& m) {
   return added;
 }
 
-PK_PMARK_t makePmark() {
-  PK_PARTITION_t partition = 0;
-  EXPECT_EQ(PK_SESSION_ask_curr_partition(&partition), PK_ERROR_no_errors);
-  PK_PMARK_t pmark = 0;
-  EXPECT_EQ(PK_PARTITION_make_pmark(partition, &pmark), PK_ERROR_no_errors);
-  return pmark;
-}
-
 PK_ERROR_code_t gotoPmark(PK_PMARK_t pmark, std::vector<int>* created = nullptr,
                           std::vector<int>* modified = nullptr, std::vector<int>* deleted = nullptr) {
   PK_PMARK_goto_o_t options;

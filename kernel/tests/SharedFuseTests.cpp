@@ -20,13 +20,6 @@ namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 
-PK_BODY_t block(double dx, double dy, double dz, double x, double y, double z) {
-  PK_AXIS2_sf_t basis{{{x, y, z}}, {{0, 0, 1}}, {{1, 0, 0}}};
-  PK_BODY_t body = 0;
-  EXPECT_EQ(PK_BODY_create_solid_block(dx, dy, dz, &basis, &body), PK_ERROR_no_errors);
-  return body;
-}
-
 // A cylinder whose base centre is `at` and axis `axis`.
 PK_BODY_t cylinder(double radius, double height, PK_VECTOR_t at, PK_VECTOR_t axis, PK_VECTOR_t ref) {
   PK_AXIS2_sf_t basis{at, axis, ref};
@@ -66,38 +59,6 @@ std::vector<PK_BODY_t> unitePassByPass(std::vector<PK_BODY_t> slots) {
   }
 }
 
-void goBack(PK_PMARK_t pmark) {
-  PK_PMARK_goto_o_t options;
-  PK_PMARK_goto_o_m(options);
-  int n[3];
-  int* lists[3];
-  ASSERT_EQ(PK_PMARK_goto_2(pmark, &options, &n[0], &lists[0], &n[1], &lists[1], &n[2], &lists[2]),
-            PK_ERROR_no_errors);
-  for (int* list : lists) PK_MEMORY_free(list);
-}
-
-PK_PMARK_t makePmark() {
-  PK_PARTITION_t partition = 0;
-  EXPECT_EQ(PK_SESSION_ask_curr_partition(&partition), PK_ERROR_no_errors);
-  PK_PMARK_t pmark = 0;
-  EXPECT_EQ(PK_PARTITION_make_pmark(partition, &pmark), PK_ERROR_no_errors);
-  return pmark;
-}
-
-// The tag of the face whose box centre is nearest the point.
-PK_FACE_t faceNear(PK_BODY_t body, double x, double y, double z) {
-  PK_FACE_t best = 0;
-  double bestDistance = 1e300;
-  for (PK_FACE_t face : facesOf(body)) {
-    PK_BOX_t box;
-    EXPECT_EQ(PK_TOPOL_find_box(face, &box), PK_ERROR_no_errors);
-    double d = std::hypot((box.coord[0] + box.coord[3]) / 2 - x, (box.coord[1] + box.coord[4]) / 2 - y,
-                          (box.coord[2] + box.coord[5]) / 2 - z);
-    if (d < bestDistance) best = face, bestDistance = d;
-  }
-  return best;
-}
-
 }  // namespace
 
 class SharedFuse : public KernelSession {
@@ -110,7 +71,7 @@ class SharedFuse : public KernelSession {
 // block sticking out 0.5 below and above: every solid crosses others.
 std::vector<PK_BODY_t> chain() {
   std::vector<PK_BODY_t> bodies;
-  for (int i = 0; i < 4; ++i) bodies.push_back(block(1, 1, 1, 0.5 + 0.8 * i, 0.5, 0));
+  for (int i = 0; i < 4; ++i) bodies.push_back(blockAt(1, 1, 1, 0.5 + 0.8 * i, 0.5, 0));
   bodies.push_back(cylinder(0.3, 4.4, {{-0.5, 0.5, 0.5}}, {{1, 0, 0}}, {{0, 0, 1}}));
   bodies.push_back(cylinder(0.2, 2, {{1.3, 0.5, -0.5}}, {{0, 0, 1}}, {{1, 0, 0}}));
   return bodies;
@@ -148,9 +109,9 @@ TEST_F(SharedFuse, AChainUnitedPassByPassGivesThePairwiseBodyAndVolume) {
 // closes the void inside, which becomes a cavity of the one body.
 TEST_F(SharedFuse, WallsJoinedAroundAVoidLeaveACavity) {
   share(true);
-  std::vector<PK_BODY_t> walls{block(3, 3, 0.5, 1.5, 1.5, 0),    block(3, 3, 0.5, 1.5, 1.5, 2.5),
-                               block(0.5, 3, 3, 0.25, 1.5, 0),   block(0.5, 3, 3, 2.75, 1.5, 0),
-                               block(3, 0.5, 3, 1.5, 0.25, 0),   block(3, 0.5, 3, 1.5, 2.75, 0)};
+  std::vector<PK_BODY_t> walls{blockAt(3, 3, 0.5, 1.5, 1.5, 0),    blockAt(3, 3, 0.5, 1.5, 1.5, 2.5),
+                               blockAt(0.5, 3, 3, 0.25, 1.5, 0),   blockAt(0.5, 3, 3, 2.75, 1.5, 0),
+                               blockAt(3, 0.5, 3, 1.5, 0.25, 0),   blockAt(3, 0.5, 3, 1.5, 2.75, 0)};
   std::vector<PK_BODY_t> left = unitePassByPass(walls);
   ASSERT_EQ(left.size(), 1u);
   EXPECT_EQ(sharedUnionsAnswered(), 5);
@@ -168,7 +129,7 @@ TEST_F(SharedFuse, AUnionUndoneThroughItsPmarkIsAnsweredAgainTheSameWay) {
   ASSERT_EQ(unite(bodies[0], bodies[4]), PK_boolean_result_success_c);
   double joined = kernelVolume(bodies[0]);
   std::size_t joinedFaces = facesOf(bodies[0]).size();
-  goBack(pmark);
+  goBackTo(pmark);
   EXPECT_EQ(facesOf(bodies[0]), faces);
   EXPECT_TRUE(isLive(bodies[4]));
   // The restored shapes are the ones the context knows.
@@ -199,7 +160,7 @@ TEST_F(SharedFuse, ABodyMovedAfterTheSplitTakesThePairwisePathAndIsRight) {
 // Boxes that overlap round a corner the bodies do not reach: the context
 // answers "no clash" as the pairwise path does, and changes nothing.
 TEST_F(SharedFuse, MembersThatDoNotMeetGiveNoClashAsThePairwisePathDoes) {
-  PK_BODY_t a = block(1, 1, 1, 0.5, 0.5, 0), b = block(1, 1, 1, 1.3, 0.5, 0);
+  PK_BODY_t a = blockAt(1, 1, 1, 0.5, 0.5, 0), b = blockAt(1, 1, 1, 1.3, 0.5, 0);
   PK_BODY_t c = cylinder(0.2, 1, {{-0.15, -0.15, 0}}, {{0, 0, 1}}, {{1, 0, 0}});
   std::vector<PK_FACE_t> faces = facesOf(a);
   for (bool on : {true, false}) {
@@ -219,8 +180,8 @@ TEST_F(SharedFuse, MembersThatDoNotMeetGiveNoClashAsThePairwisePathDoes) {
 TEST_F(SharedFuse, TagsOfUntouchedFacesSurviveAUnion) {
   for (bool on : {true, false}) {
     share(on);
-    std::vector<PK_BODY_t> bodies{block(1, 1, 1, 0.5, 0.5, 0), block(1, 1, 1, 1.3, 0.5, 0),
-                                  block(1, 1, 1, 2.1, 0.5, 0)};
+    std::vector<PK_BODY_t> bodies{blockAt(1, 1, 1, 0.5, 0.5, 0), blockAt(1, 1, 1, 1.3, 0.5, 0),
+                                  blockAt(1, 1, 1, 2.1, 0.5, 0)};
     PK_FACE_t outerEnd = faceNear(bodies[0], 0, 0.5, 0.5);
     PK_FACE_t toolTop = faceNear(bodies[1], 1.3, 0.5, 1);
     PK_FACE_t inside = faceNear(bodies[1], 0.8, 0.5, 0.5);
@@ -258,7 +219,7 @@ TEST_F(SharedFuse, FreeformFacesKeepTheUnionsPairwise) {
   PK_BODY_t freeform =
       meld::kernel::createBody(BRepBuilderAPI_NurbsConvert(box, true).Shape(), PK_BODY_type_solid_c);
   std::vector<PK_BODY_t> left =
-      unitePassByPass({block(1, 1, 1, 0.5, 0.5, 0), freeform, block(1, 1, 1, 2.1, 0.5, 0)});
+      unitePassByPass({blockAt(1, 1, 1, 0.5, 0.5, 0), freeform, blockAt(1, 1, 1, 2.1, 0.5, 0)});
   ASSERT_EQ(left.size(), 1u);
   EXPECT_EQ(sharedUnionsAnswered(), 0);
   EXPECT_NEAR(kernelVolume(left[0]), 2.6, 1e-7);
@@ -275,9 +236,9 @@ TEST_F(SharedFuse, FaceAttributesFollowTheirFaceIntoTheUnion) {
   TopoDS_Shape top = box.TopFace();
   meld::kernel::BodyData data{box.Shape(), PK_BODY_type_solid_c, {}, nullptr};
   data.subshapeAttribs.push_back(meld::kernel::SubshapeAttrib{top, name, {std::string("lid")}, false});
-  PK_BODY_t a = block(1, 1, 1, 0.5, 0.5, 0);
+  PK_BODY_t a = blockAt(1, 1, 1, 0.5, 0.5, 0);
   PK_BODY_t b = meld::kernel::createBody(std::move(data));
-  block(1, 1, 1, 2.1, 0.5, 0);
+  blockAt(1, 1, 1, 2.1, 0.5, 0);
   PK_FACE_t topTag = meld::kernel::bodyTopology(b).tagOf(top);
   ASSERT_NE(topTag, PK_ENTITY_null);
   ASSERT_EQ(unite(a, b), PK_boolean_result_success_c);

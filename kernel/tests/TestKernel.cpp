@@ -287,11 +287,31 @@ std::string boxOf(PK_BODY_t body) {
   return text;
 }
 
-PK_BODY_t makeBlock(double x, double y, double z, double atX) {
-  PK_AXIS2_sf_t basis{{{atX, 0, 0}}, {{0, 0, 1}}, {{1, 0, 0}}};
+PK_BODY_t makeBlock(double x, double y, double z, double atX) { return blockAt(x, y, z, atX, 0, 0); }
+
+PK_BODY_t blockAt(double dx, double dy, double dz, double x, double y, double z) {
+  PK_AXIS2_sf_t basis{{{x, y, z}}, {{0, 0, 1}}, {{1, 0, 0}}};
   PK_BODY_t body = PK_ENTITY_null;
-  EXPECT_EQ(PK_BODY_create_solid_block(x, y, z, &basis, &body), PK_ERROR_no_errors);
+  EXPECT_EQ(PK_BODY_create_solid_block(dx, dy, dz, &basis, &body), PK_ERROR_no_errors);
   return body;
+}
+
+PK_PMARK_t makePmark() {
+  PK_PARTITION_t partition = 0;
+  EXPECT_EQ(PK_SESSION_ask_curr_partition(&partition), PK_ERROR_no_errors);
+  PK_PMARK_t pmark = 0;
+  EXPECT_EQ(PK_PARTITION_make_pmark(partition, &pmark), PK_ERROR_no_errors);
+  return pmark;
+}
+
+void goBackTo(PK_PMARK_t pmark) {
+  PK_PMARK_goto_o_t options;
+  PK_PMARK_goto_o_m(options);
+  int n[3];
+  int* lists[3];
+  ASSERT_EQ(PK_PMARK_goto_2(pmark, &options, &n[0], &lists[0], &n[1], &lists[1], &n[2], &lists[2]),
+            PK_ERROR_no_errors);
+  for (int* list : lists) PK_MEMORY_free(list);
 }
 
 }  // namespace kerneltest

@@ -57,5 +57,10 @@ class KernelSession : public ::testing::Test {
 double volumeOf(PK_BODY_t body);
 std::string boxOf(PK_BODY_t body);  // "xmin ymin zmin xmax ymax zmax", 1e-6 m steps
 PK_BODY_t makeBlock(double x, double y, double z, double atX = 0);
+// A block of these sizes standing on (x, y, z), centred on it in x and y.
+PK_BODY_t blockAt(double dx, double dy, double dz, double x, double y, double z);
+// A pmark in the current partition, and going back to one.
+PK_PMARK_t makePmark();
+void goBackTo(PK_PMARK_t pmark);
 
 }  // namespace kerneltest

@@ -1,5 +1,7 @@
 #include "TopologyHelpers.h"
 
+#include <cmath>
+
 namespace kerneltest {
 
 std::vector<int> taken(int n, int* array) {
@@ -63,6 +65,19 @@ std::string regionView(PK_BODY_t body) {
     for (PK_SHELL_t shell : shellsOf(region)) view += signOf(shell) == PK_SHELL_sign_positive_c ? '+' : '-';
   }
   return view;
+}
+
+PK_FACE_t faceNear(PK_BODY_t body, double x, double y, double z) {
+  PK_FACE_t best = 0;
+  double bestDistance = 1e300;
+  for (PK_FACE_t face : facesOf(body)) {
+    PK_BOX_t box;
+    EXPECT_EQ(PK_TOPOL_find_box(face, &box), PK_ERROR_no_errors);
+    double d = std::hypot((box.coord[0] + box.coord[3]) / 2 - x, (box.coord[1] + box.coord[4]) / 2 - y,
+                          (box.coord[2] + box.coord[5]) / 2 - z);
+    if (d < bestDistance) best = face, bestDistance = d;
+  }
+  return best;
 }
 
 }  // namespace kerneltest

@@ -22,5 +22,7 @@ PK_CLASS_t classOf(PK_ENTITY_t entity);
 double kernelVolume(PK_TOPOL_t topol);
 // "solid:+ void:- ..." : each region's solidity and its shells' signs, in order.
 std::string regionView(PK_BODY_t body);
+// The face whose box centre is nearest the point.
+PK_FACE_t faceNear(PK_BODY_t body, double x, double y, double z);
 
 }  // namespace kerneltest
