@@ -20,11 +20,15 @@ double CurveEval::project(const gp_Pnt& point, double seed, bool seeded) const {
   const bool bounded = std::isfinite(lo) && std::isfinite(hi) && hi - lo < 1e6;
   double t = seed;
   if (!seeded && bounded) {
+    if (m_samples.empty() || m_sampledFirst != lo || m_sampledLast != hi) {
+      m_samples.clear();
+      m_sampledFirst = lo, m_sampledLast = hi;
+      for (int i = 0; i <= kProjectionSamples; ++i) m_samples.push_back(value(lo + (hi - lo) * i / kProjectionSamples));
+    }
     double best = std::numeric_limits<double>::max();
     for (int i = 0; i <= kProjectionSamples; ++i) {
-      const double s = lo + (hi - lo) * i / kProjectionSamples;
-      const double d = value(s).SquareDistance(point);
-      if (d < best) best = d, t = s;
+      const double d = m_samples[static_cast<size_t>(i)].SquareDistance(point);
+      if (d < best) best = d, t = lo + (hi - lo) * i / kProjectionSamples;
     }
   }
   // Newton on (C(t) - X).C'(t) = 0; the second derivative comes from a
