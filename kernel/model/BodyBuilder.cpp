@@ -5,6 +5,8 @@
 #include <BRep_Builder.hxx>
 #include <BRep_Tool.hxx>
 #include <ElCLib.hxx>
+#include <GeomConvert.hxx>
+#include <Geom_BSplineCurve.hxx>
 #include <Geom_Circle.hxx>
 #include <Geom_ElementarySurface.hxx>
 #include <Geom_Ellipse.hxx>
@@ -50,6 +52,17 @@ double parameterOf(const Handle(Geom_Curve)& curve, const gp_Pnt& p) {
   double parameter = 0;
   ShapeAnalysis_Curve().Project(curve, p, Precision::Confusion(), projected, parameter, false);
   return parameter;
+}
+
+// A closed curve that is not periodic (a converted closed chart, G1 but not C1 in
+// its parameter where it closes) as a periodic one with the same parameter on
+// its base range, so that an edge can run through the closing point.
+Handle(Geom_Curve) wrapped(const Handle(Geom_Curve)& closed) {
+  Handle(Geom_BSplineCurve) spline = Handle(Geom_BSplineCurve)::DownCast(closed);
+  if (spline.IsNull()) spline = GeomConvert::CurveToBSplineCurve(closed);
+  spline = Handle(Geom_BSplineCurve)::DownCast(spline->Copy());
+  spline->SetPeriodic();
+  return spline;
 }
 
 // Widens a vertex's tolerance to reach a point that must lie on it (a curve end).
@@ -195,6 +208,11 @@ BodyBuilder::Edge BodyBuilder::edgeOnCurve(long node, long curveNode, long start
       } else if (start == end && curve->IsClosed()) {
         a = curve->FirstParameter();
         b = curve->LastParameter();
+      } else if (b < a && curve->IsClosed()) {
+        // The edge runs through the closing point of a closed curve (a closed
+        // intersection chart): the other piece would be the edge's complement.
+        curve = wrapped(curve);
+        b += curve->Period();
       } else if (b < a) {
         std::swap(a, b);
         forward = !forward;
@@ -323,8 +341,10 @@ BodyBuilder::Edge BodyBuilder::edgeFromFins(long node, long start, long end, dou
   Handle(Geom_Curve) curve = BRep_Tool::Curve(e, loc, f, l);
   if (curve.IsNull()) throw ModelError(PK_ERROR_bad_geometry, "cannot build a 3D curve for " + m_n.describe(node));
 
-  // Which way the fin's curve runs along the XT edge: its first point is near the start.
-  bool forward = true;
+  // Which way the fin's curve runs along the XT edge. A fin's curve runs with the
+  // fin, from parm_1 to parm_2, and a '-' fin runs against its edge; where the
+  // two vertices are apart, the one nearer the curve's first point says it too.
+  bool forward = (p2 > p1) == (m_n.character(chosen, "sense") != '-');
   TopoDS_Vertex first, last;
   if (start == kNone) {
     builder.MakeVertex(first, curve->Value(f), tol);
@@ -332,7 +352,7 @@ BodyBuilder::Edge BodyBuilder::edgeFromFins(long node, long start, long end, dou
   } else {
     gp_Pnt at = curve->Value(f);
     gp_Pnt ps = m_cache.point(m_n.ptr(start, "point")), pe = m_cache.point(m_n.ptr(end, "point"));
-    forward = at.Distance(ps) <= at.Distance(pe);
+    if (start != end) forward = at.Distance(ps) <= at.Distance(pe);
     first = vertex(forward ? start : end);
     last = vertex(forward ? end : start);
   }

@@ -30,6 +30,12 @@ class CurveEval {
   // Parameter of the point nearest to `point`: a local search from `seed` when
   // `seeded`, otherwise from the best of a sampling of the whole range.
   double project(const gp_Pnt& point, double seed, bool seeded) const;
+
+ private:
+  // The sampling of the whole range behind unseeded projections, made once: each
+  // sample is an exact (for an intersection, costly) evaluation.
+  mutable std::vector<gp_Pnt> m_samples;
+  mutable double m_sampledFirst = 0, m_sampledLast = 0;
 };
 
 class GeomCurveEval : public CurveEval {

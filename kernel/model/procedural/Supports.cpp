@@ -1,6 +1,8 @@
 #include "Supports.h"
 
+#include <ElSLib.hxx>
 #include <GeomAPI_ProjectPointOnSurf.hxx>
+#include <GeomAdaptor_Surface.hxx>
 #include <GeomLib.hxx>
 #include <gp_Dir.hxx>
 
@@ -87,15 +89,36 @@ bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v) const
   return false;
 }
 
+// Elementary surfaces give the parameters of a point's foot in closed form (the
+// cone's and torus's near enough for Newton); the others need a global search.
 void SurfaceSupport::initialiseSeed(const gp_Pnt& point, Seed& seed) const {
-  GeomAPI_ProjectPointOnSurf projection(point, m_surface);
-  if (!projection.IsDone() || projection.NbPoints() == 0) {
+  const GeomAdaptor_Surface adaptor(m_surface);
+  switch (adaptor.GetType()) {
+    case GeomAbs_Plane: ElSLib::Parameters(adaptor.Plane(), point, seed.a, seed.b); break;
+    case GeomAbs_Cylinder: ElSLib::Parameters(adaptor.Cylinder(), point, seed.a, seed.b); break;
+    case GeomAbs_Cone: ElSLib::Parameters(adaptor.Cone(), point, seed.a, seed.b); break;
+    case GeomAbs_Sphere: ElSLib::Parameters(adaptor.Sphere(), point, seed.a, seed.b); break;
+    case GeomAbs_Torus: ElSLib::Parameters(adaptor.Torus(), point, seed.a, seed.b); break;
+    default: projectGlobally(point, seed); return;
+  }
+  seed.set = true;
+}
+
+void SurfaceSupport::projectGlobally(const gp_Pnt& point, Seed& seed) const {
+  if (!m_projector) {
+    double u1, u2, v1, v2;
+    m_surface->Bounds(u1, u2, v1, v2);
+    m_projector = std::make_unique<GeomAPI_ProjectPointOnSurf>();
+    m_projector->Init(m_surface, u1, u2, v1, v2);
+  }
+  m_projector->Perform(point);
+  if (!m_projector->IsDone() || m_projector->NbPoints() == 0) {
     double u1, u2, v1, v2;
     m_surface->Bounds(u1, u2, v1, v2);
     auto mid = [](double lo, double hi) { return std::isfinite(lo) && std::isfinite(hi) && hi - lo < 1e6 ? (lo + hi) / 2 : 0.0; };
     seed.a = mid(u1, u2), seed.b = mid(v1, v2);
   } else {
-    projection.LowerDistanceParameters(seed.a, seed.b);
+    m_projector->LowerDistanceParameters(seed.a, seed.b);
   }
   seed.set = true;
 }
@@ -104,7 +127,7 @@ SupportSample SurfaceSupport::evaluate(const gp_Pnt& point, Seed& seed) const {
   if (!seed.set) initialiseSeed(point, seed);
   double u = seed.a, v = seed.b;
   if (!newtonFoot(point, u, v)) {
-    initialiseSeed(point, seed);
+    projectGlobally(point, seed);
     u = seed.a, v = seed.b;
     if (!newtonFoot(point, u, v)) throw ProceduralError("no foot point on a support surface");
   }

@@ -9,6 +9,8 @@
 #include <gp_Pnt.hxx>
 #include <gp_Vec.hxx>
 
+#include <GeomAPI_ProjectPointOnSurf.hxx>
+
 #include <memory>
 
 namespace meld::model::procedural {
@@ -50,8 +52,12 @@ class SurfaceSupport : public Support {
 
  private:
   bool newtonFoot(const gp_Pnt& point, double& u, double& v) const;
+  // A search over the whole surface: the seed when the quick one fails.
+  void projectGlobally(const gp_Pnt& point, Seed& seed) const;
   Handle(Geom_Surface) m_surface;
   int m_sign;
+  // Global projection is set up (sampling grid of the surface) once per surface.
+  mutable std::unique_ptr<GeomAPI_ProjectPointOnSurf> m_projector;
 };
 
 // The tube swept by a ball of radius `radius` along `spine`: a rolling-ball

@@ -1,0 +1,130 @@
+// How the model layer builds edges the files leave to the reader: an edge that
+// runs through the closing point of a closed, non-periodic curve, and tolerant
+// ring edges whose fins carry the only curves. Small cases are written by our
+// own writer and then edited the way real files have them; the real faces that
+// showed each case are checked where the corpus is present.
+#include <gtest/gtest.h>
+
+#include <BRepBuilderAPI_MakeEdge.hxx>
+#include <BRepBuilderAPI_MakeFace.hxx>
+#include <BRepBuilderAPI_MakeWire.hxx>
+#include <BRepCheck_Analyzer.hxx>
+#include <BRepGProp.hxx>
+#include <BRep_Tool.hxx>
+#include <GProp_GProps.hxx>
+#include <GeomConvert.hxx>
+#include <Geom_BSplineCurve.hxx>
+#include <Geom_Circle.hxx>
+#include <Geom_TrimmedCurve.hxx>
+#include <TopExp_Explorer.hxx>
+#include <TopoDS.hxx>
+
+#include <cmath>
+#include <map>
+
+#include "Codec.h"
+#include "TestSupport.h"
+#include "model/BodyBuilder.h"
+#include "model/BodyWriter.h"
+
+using namespace meld::model;
+
+namespace {
+
+// Adaptive integration: the default Gauss order is off by up to 4e-4 relative on
+// converted blend faces, more than the differences these tests look for.
+double volumeOf(const TopoDS_Shape& shape) {
+  GProp_GProps props;
+  BRepGProp::VolumeProperties(shape, props, 1e-9);
+  return props.Mass();
+}
+
+// Every body of a graph built; the number valid by OCCT's checker, and the volumes.
+struct Built {
+  int bodies = 0, valid = 0;
+  std::map<std::string, double> volumes;  // by "BODY node <id>"
+};
+Built buildAll(const meld::xt::Graph& graph, const std::vector<std::string>& only = {}) {
+  GeometryCache cache(graph);
+  Built out;
+  for (size_t i = 0; i < graph.size(); ++i) {
+    if (graph.nodes()[i].type != kBody) continue;
+    const std::string name = cache.nodes().describe(static_cast<long>(i));
+    if (!only.empty() && std::find(only.begin(), only.end(), name) == only.end()) continue;
+    BodyBuilder builder(cache);
+    const BuiltBody body = builder.build(static_cast<long>(i));
+    ++out.bodies;
+    out.valid += BRepCheck_Analyzer(body.shape).IsValid();
+    out.volumes[name] = volumeOf(body.shape);
+  }
+  return out;
+}
+
+double areaOf(const TopoDS_Shape& shape) {
+  GProp_GProps props;
+  BRepGProp::SurfaceProperties(shape, props);
+  return props.Mass();
+}
+
+}  // namespace
+
+TEST(BodyBuilderEdges, AnEdgeThroughTheClosingPointOfAClosedCurveTakesThatPiece) {
+  // A disc of radius 1 (a sheet) whose round boundary is split in two by two
+  // vertices: one piece on a closed, non-periodic B-spline circle, the other
+  // running through that curve's closing point (in OCCT on a periodic copy).
+  // The file is then made to say what real files say: both pieces on the one
+  // closed curve. Read back, the second piece must run through the closing
+  // point, not over the first piece again.
+  Handle(Geom_BSplineCurve) closed = GeomConvert::CurveToBSplineCurve(
+      new Geom_TrimmedCurve(new Geom_Circle(gp_Ax2(gp_Pnt(0, 0, 0), gp_Dir(0, 0, 1)), 1.0), 0, 2 * M_PI));
+  ASSERT_FALSE(closed->IsPeriodic());
+  ASSERT_TRUE(closed->IsClosed());
+  Handle(Geom_BSplineCurve) periodic = Handle(Geom_BSplineCurve)::DownCast(closed->Copy());
+  periodic->SetPeriodic();
+  const double f = closed->FirstParameter(), l = closed->LastParameter(), span = l - f;
+  const double t1 = f + 0.2 * span, t2 = f + 0.7 * span;
+  BRepBuilderAPI_MakeEdge inside(closed, t1, t2);
+  BRepBuilderAPI_MakeEdge across(periodic, inside.Vertex2(), inside.Vertex1(), t2, t1 + span);
+  ASSERT_TRUE(inside.IsDone() && across.IsDone());
+  const TopoDS_Face disc = BRepBuilderAPI_MakeFace(BRepBuilderAPI_MakeWire(inside.Edge(), across.Edge()).Wire(), true);
+  const double area = areaOf(disc);
+  ASSERT_NEAR(area, M_PI, 1e-2);
+
+  GraphSink sink;
+  const WrittenBody written = writeBody(sink, disc);
+  sink.set(written.nodes.at(across.Edge().TShape().get()), "curve", written.geometry.at(inside.Edge().TShape().get()));
+  const meld::xt::Graph graph = meld::xt::decode(meld::xt::encode(sink.build(written.body)));
+
+  GeometryCache cache(graph);
+  for (size_t i = 0; i < graph.size(); ++i) {
+    if (graph.nodes()[i].type != kBody) continue;
+    const BuiltBody body = BodyBuilder(cache).build(static_cast<long>(i));
+    EXPECT_TRUE(BRepCheck_Analyzer(body.shape).IsValid());
+    EXPECT_NEAR(areaOf(body.shape), area, 1e-9);
+    return;
+  }
+  FAIL() << "no body written";
+}
+
+TEST(BodyBuilderEdges, RealRingBlendAndHoledBlendFacesAreValid) {
+  // nxcmp-Brake_Piston BODY 112: a blend face on a closed spine whose contact
+  // lines are closed intersection curves, each edge running through the
+  // chart's closing point. drone-Drone_body_V2: holes in blend faces bounded by
+  // one tolerant ring edge whose fin curve runs against its 2D curve (SP-curve
+  // sense '-'). Both came out as the complement of the face before.
+  MELD_REQUIRE_CORPUS(corpus);
+  const Built piston = buildAll(meld::xt::decode(meldtest::readFile(corpus / "nxcmp-Brake_Piston.x_t")),
+                                {"BODY node 112"});
+  ASSERT_EQ(piston.bodies, 1);
+  EXPECT_EQ(piston.valid, 1);
+  // The STEP twin's solid of nearest volume, integrated the same way:
+  // 9.636655e-05 m^3 (ours 1.6e-5 relative above it; the complement was 1.1e-3 below).
+  EXPECT_NEAR(piston.volumes.at("BODY node 112"), 9.636655e-05, 5e-5 * 9.636655e-05);
+
+  const Built drone = buildAll(meld::xt::decode(meldtest::readFile(corpus / "drone-Drone_body_V2.x_t")));
+  EXPECT_EQ(drone.bodies, 2);
+  EXPECT_EQ(drone.valid, 2);
+  // The STEP twin's two solids, integrated the same way (ours within 1.3e-6).
+  EXPECT_NEAR(drone.volumes.at("BODY node 7"), 3.233391807e-04, 1e-5 * 3.233391807e-04);
+  EXPECT_NEAR(drone.volumes.at("BODY node 12"), 3.195233544e-04, 1e-5 * 3.195233544e-04);
+}
