@@ -63,7 +63,10 @@ void unitePair(const Solid& first, const Solid& second, Tally& tally) {
     ++tally.united;
     double v = kernelVolume(a), slack = 1e-8 * (va + vb);
     if (!wholeBodyValid(a)) ++(first.valid && second.valid ? tally.invalid : tally.invalidFromInput);
-    if (v < std::max(va, vb) - slack || v > va + vb + slack) ++tally.outOfRange;
+    if (v < std::max(va, vb) - slack || v > va + vb + slack) {
+      ++tally.outOfRange;
+      std::printf("    volume out of range: %.9g + %.9g -> %.9g\n", va, vb, v);
+    }
   }
   if (!code) {
     PK_boolean_r_f(&results);
