@@ -1,4 +1,5 @@
 #include "BodyBuilder.h"
+#include "PoleClosure.h"
 
 #include <BRepBuilderAPI_MakeFace.hxx>
 #include <BRepLib.hxx>
@@ -105,6 +106,19 @@ TopoDS_Shape orientLoopsOnElementarySurfaces(const TopoDS_Shape& shape,
     fixer.Perform();
     if (fixer.Face().IsSame(face) && fixer.Face().IsEqual(face)) continue;
     context->Replace(face, fixer.Face());
+    changed = true;
+  }
+  return changed ? context->Apply(shape) : shape;
+}
+
+// Domes on surfaces of revolution closed at their poles, once healing has given
+// their ring its pcurve. Replacements go to `context`.
+TopoDS_Shape closeDomesAtPoles(const TopoDS_Shape& shape, const Handle(ShapeBuild_ReShape)& context) {
+  bool changed = false;
+  for (TopExp_Explorer x(shape, TopAbs_FACE); x.More(); x.Next()) {
+    TopoDS_Face closed = closedAtPole(TopoDS::Face(x.Current()));
+    if (closed.IsNull()) continue;
+    context->Replace(x.Current(), closed);
     changed = true;
   }
   return changed ? context->Apply(shape) : shape;
@@ -533,8 +547,10 @@ BuiltBody BodyBuilder::build(long body) {
   fix->FixFaceTool()->FixOrientationMode() = 0;
   fix->Perform();
   Handle(ShapeBuild_ReShape) context = fix->Context();
-  out.shape = fix->Shape();
-  for (auto& [node, piece] : m_topology) out.topology.emplace(node, context->Apply(turned->Apply(piece)));
+  Handle(ShapeBuild_ReShape) poles = new ShapeBuild_ReShape;
+  out.shape = closeDomesAtPoles(fix->Shape(), poles);
+  for (auto& [node, piece] : m_topology)
+    out.topology.emplace(node, poles->Apply(context->Apply(turned->Apply(piece))));
   return out;
 }
 

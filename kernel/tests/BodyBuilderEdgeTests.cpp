@@ -15,7 +15,12 @@
 #include <GeomConvert.hxx>
 #include <Geom_BSplineCurve.hxx>
 #include <Geom_Circle.hxx>
+#include <Geom_CylindricalSurface.hxx>
+#include <Geom_RectangularTrimmedSurface.hxx>
+#include <Geom_SurfaceOfRevolution.hxx>
 #include <Geom_TrimmedCurve.hxx>
+#include <BRepTools.hxx>
+#include <gp_Lin.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopoDS.hxx>
 
@@ -128,3 +133,56 @@ TEST(BodyBuilderEdges, RealRingBlendAndHoledBlendFacesAreValid) {
   EXPECT_NEAR(drone.volumes.at("BODY node 7"), 3.233391807e-04, 1e-5 * 3.233391807e-04);
   EXPECT_NEAR(drone.volumes.at("BODY node 12"), 3.195233544e-04, 1e-5 * 3.195233544e-04);
 }
+
+// The volume of a solid of revolution bounded by a cylinder, a flat end and a
+// dome whose profile starts on the axis, from the profiles alone (Pappus:
+// pi times the integral of r^2 dz), independent of the faces' own integration.
+double revolvedVolume(const TopoDS_Shape& body) {
+  double cylinder = 0, dome = 0;
+  for (TopExp_Explorer x(body, TopAbs_FACE); x.More(); x.Next()) {
+    const TopoDS_Face& face = TopoDS::Face(x.Current());
+    Handle(Geom_Surface) surface = BRep_Tool::Surface(face);
+    if (auto trimmed = Handle(Geom_RectangularTrimmedSurface)::DownCast(surface); !trimmed.IsNull())
+      surface = trimmed->BasisSurface();
+    double u0, u1, v0, v1;
+    BRepTools::UVBounds(face, u0, u1, v0, v1);
+    if (auto c = Handle(Geom_CylindricalSurface)::DownCast(surface); !c.IsNull())
+      cylinder = M_PI * c->Radius() * c->Radius() * (v1 - v0);
+    auto r = Handle(Geom_SurfaceOfRevolution)::DownCast(surface);
+    if (r.IsNull()) continue;
+    const gp_Ax1 axis = r->Axis();
+    const int steps = 20000;  // Simpson on the profile between the pole and the ring
+    double sum = 0;
+    for (int i = 0; i <= steps; ++i) {
+      const double t = v0 + (v1 - v0) * i / steps;
+      gp_Pnt p;
+      gp_Vec d;
+      r->BasisCurve()->D1(t, p, d);
+      const double radius = gp_Lin(axis).Distance(p), dz = d.Dot(gp_Vec(axis.Direction()));
+      sum += (i == 0 || i == steps ? 1 : i % 2 ? 4 : 2) * radius * radius * dz;
+    }
+    dome = M_PI * std::abs(sum * (v1 - v0) / (3 * steps));
+  }
+  return cylinder + dome;
+}
+
+TEST(BodyBuilderEdges, ADomeOnASurfaceOfRevolutionIsClosedAtItsPole) {
+  // mixer-assem BODY 7, the tank: its bottom is a dome on a SPUN_SURF whose
+  // profile starts on the axis, bounded by one ring edge. OCCT needs a seam and
+  // a degenerate edge at the pole; without them the face was unorientable and
+  // its volume missing.
+  MELD_REQUIRE_CORPUS(corpus);
+  const meld::xt::Graph graph = meld::xt::decode(meldtest::readFile(corpus / "mixer-assem.x_t"));
+  GeometryCache cache(graph);
+  for (size_t i = 0; i < graph.size(); ++i) {
+    if (graph.nodes()[i].type != kBody || cache.nodes().describe(static_cast<long>(i)) != "BODY node 7") continue;
+    const BuiltBody tank = BodyBuilder(cache).build(static_cast<long>(i));
+    EXPECT_TRUE(BRepCheck_Analyzer(tank.shape).IsValid());
+    const double expected = revolvedVolume(tank.shape);
+    EXPECT_GT(expected, 0.06);  // the cylinder alone is 0.049 m^3
+    EXPECT_NEAR(volumeOf(tank.shape), expected, 1e-6 * expected);
+    return;
+  }
+  FAIL() << "no BODY node 7";
+}
+
