@@ -56,8 +56,8 @@ void askMass(BodyFacts& body) {
   if (body.type == "solid") {
     body.volume = amount;
     body.area = periphery;
-  } else {
-    body.area = amount;
+  } else if (body.type == "sheet") {
+    body.area = amount;  // for a wire body the amount is a length, not an area
   }
 }
 

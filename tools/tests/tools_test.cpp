@@ -92,6 +92,21 @@ TEST_F(Inspect, AFileThatDoesNotLoadSaysWhy) {
   }
 }
 
+// A wire body has a length, not an area (gismo-swept holds three wire bodies).
+TEST_F(Inspect, AWireBodyHasNoArea) {
+  MELD_REQUIRE_CORPUS(corpus);
+  const inspect::FileFacts facts = inspect::inspectFile((corpus / "gismo-swept.xmt_txt").string());
+  ASSERT_TRUE(facts.loaded) << facts.message;
+  int wires = 0;
+  for (const inspect::BodyFacts& b : facts.bodies) {
+    if (b.type != "wire") continue;
+    ++wires;
+    EXPECT_TRUE(b.massKnown);
+    EXPECT_EQ(b.area, 0);
+  }
+  EXPECT_EQ(wires, 3);
+}
+
 TEST(InspectJson, EscapesNamesAndMarksUnknownValuesNull) {
   inspect::FileFacts facts;
   facts.path = "a\"b.x_t";
