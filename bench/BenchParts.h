@@ -110,16 +110,10 @@ inline bool isPartFile(const std::filesystem::path& file) {
 // Receives a part file into the running session and gives its solids; no
 // value (and a line saying why) when the kernel refuses the file.
 inline std::optional<std::vector<PK_BODY_t>> receiveSolids(const std::filesystem::path& file) {
-  std::string ext = file.extension().string();
-  bool text = ext == ".x_t" || ext == ".xmt_txt";
-  PSCSetTransmitExtension(ext.c_str());
   std::string key = (file.parent_path() / file.stem()).string();
-  PK_PART_receive_o_t options;
-  PK_PART_receive_o_m(options);
-  options.transmit_format = text ? PK_transmit_format_text_c : PK_transmit_format_binary_c;
   int n = 0;
   PK_PART_t* parts = nullptr;
-  if (PK_ERROR_code_t code = PK_PART_receive(key.c_str(), &options, &n, &parts)) {
+  if (int code = PSCReceivePartFile(key.c_str(), file.extension().c_str(), &n, &parts)) {
     std::printf("%s: not received (%d)\n", file.filename().c_str(), code);
     return std::nullopt;
   }

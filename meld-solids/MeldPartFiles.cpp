@@ -23,14 +23,10 @@ int LoadPsPart(const char* filename, PK_PART_t* part) {
   const char* extension = PSCFindPartFileExtension(filename);
   const std::size_t keyLength = extension ? std::size_t(extension - filename) : std::strlen(filename);
   std::snprintf(key, sizeof key, "%.*s", int(keyLength), filename);
-  PSCSetTransmitExtension(extension);
 
-  PK_PART_receive_o_t options;
-  PK_PART_receive_o_m(options);
-  options.transmit_format = PSCTransmitFormatFor(0, extension);
   int nParts = 0;
   PK_PART_t* parts = nullptr;
-  if (PK_PART_receive(key, &options, &nParts, &parts) != 0) {
+  if (PSCReceivePartFile(key, extension, &nParts, &parts) != 0) {
     std::printf("Cannot load part.\n");
     PSCPrintError(110, "PK_PART_receive");
     return 0;

@@ -154,13 +154,9 @@ FileFacts inspectFile(const std::string& path) {
   facts.path = path;
   const char* extension = PSCFindPartFileExtension(path.c_str());
   const std::string key = extension ? path.substr(0, std::size_t(extension - path.c_str())) : path;
-  PSCSetTransmitExtension(extension);
-  PK_PART_receive_o_t options;
-  PK_PART_receive_o_m(options);
-  options.transmit_format = PSCTransmitFormatFor(0, extension);
   int n = 0;
   PK_PART_t* parts = nullptr;
-  if (int rc = PK_PART_receive(key.c_str(), &options, &n, &parts)) {
+  if (int rc = PSCReceivePartFile(key.c_str(), extension, &n, &parts)) {
     facts.kernelCode = rc;
     facts.message = lastKernelMessage(rc);
     return facts;

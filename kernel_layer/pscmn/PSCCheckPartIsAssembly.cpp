@@ -6,7 +6,8 @@ namespace {
 
 const char kSource[] = "kernel_layer\\src\\pscmn\\PSCCheckPartIsAssembly";
 
-// Placeholder class until the kernel answers: anything but an assembly.
+// The class held before the kernel answers: a value no kernel class has, so
+// an unanswered call never reads as an assembly.
 constexpr PK_CLASS_t kUnknownClass = 500;
 
 }  // namespace

@@ -61,6 +61,14 @@ int PSCTransmitFormatFor(int selector, const char* extension) {
   return text ? kTextTransmitToken : kBinaryTransmitToken;
 }
 
+int PSCReceivePartFile(const char* key, const char* extension, int* nParts, PK_PART_t** parts) {
+  PSCSetTransmitExtension(extension);
+  PK_PART_receive_o_t options;
+  PK_PART_receive_o_m(options);
+  options.transmit_format = PSCTransmitFormatFor(0, extension);
+  return PK_PART_receive(key, &options, nParts, parts);
+}
+
 void PSCSetTransmitExtension(const char* extension) {
   if (extension == nullptr || std::strlen(extension) < 4) extension = ".x_b";
   st_Copy(g_transmitExtension, kExtensionCapacity, extension);

@@ -3,6 +3,8 @@
 // files are.
 #pragma once
 
+#include "pk.h"
+
 // The part-file extension at the end of `path` (".x_t", ".x_b", ".xmt_txt" or
 // ".xmt_bin", any case), pointing into `path`; null when there is none.
 const char* PSCFindPartFileExtension(const char* path);
@@ -10,6 +12,11 @@ const char* PSCFindPartFileExtension(const char* path);
 // Selector 1: 1 for a text extension, else 2. Any other selector: the kernel's
 // transmit-format token, 18220 for text, else 18221. Null counts as binary.
 int PSCTransmitFormatFor(int selector, const char* extension);
+
+// Receives the part file named by `key` and `extension`: the extension is
+// remembered for the frustrum's file names and chooses the format. Returns
+// the kernel's code; the parts are the kernel's array, freed by the caller.
+int PSCReceivePartFile(const char* key, const char* extension, int* nParts, PK_PART_t** parts);
 
 // The extension that transmit-guise file names get; null or fewer than four
 // characters means ".x_b".
