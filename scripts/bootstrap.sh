@@ -12,7 +12,7 @@ PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libocct-foundation-dev libocct-modeling-data-dev libocct-modeling-algorithms-dev
   libocct-data-exchange-dev libtbb-dev
-  clang libclang-rt-14-dev
+  clang libclang-rt-14-dev libomp-dev
 )
 
 if [[ "${SKIP_INSTALL:-0}" != 1 ]]; then
