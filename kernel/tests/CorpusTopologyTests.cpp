@@ -87,10 +87,7 @@ TEST_F(CorpusTopology, APartsSolidsUniteIntoOneValidBodyAndAPmarkTakesItBack) {
     sum += volumes.back();
     largest = std::max(largest, volumes.back());
   }
-  PK_PARTITION_t partition = 0;
-  PK_PMARK_t pmark = 0;
-  ASSERT_EQ(PK_SESSION_ask_curr_partition(&partition), PK_ERROR_no_errors);
-  ASSERT_EQ(PK_PARTITION_make_pmark(partition, &pmark), PK_ERROR_no_errors);
+  const PK_PMARK_t pmark = makePmark();
 
   for (std::size_t i = 1; i < bodies.size(); ++i) EXPECT_EQ(unite(bodies[0], bodies[i]), PK_boolean_result_success_c);
   EXPECT_EQ(regionView(bodies[0]), "void:- solid:+");
@@ -102,13 +99,7 @@ TEST_F(CorpusTopology, APartsSolidsUniteIntoOneValidBodyAndAPmarkTakesItBack) {
   EXPECT_EQ(PK_BODY_check(bodies[0], nullptr, &n, &faults), PK_ERROR_no_errors);
   EXPECT_EQ(n, 0);
 
-  PK_PMARK_goto_o_t options;
-  PK_PMARK_goto_o_m(options);
-  int counts[3];
-  int* lists[3];
-  ASSERT_EQ(PK_PMARK_goto_2(pmark, &options, &counts[0], &lists[0], &counts[1], &lists[1], &counts[2], &lists[2]),
-            PK_ERROR_no_errors);
-  for (int* list : lists) PK_MEMORY_free(list);
+  goBackTo(pmark);
   for (std::size_t i = 0; i < bodies.size(); ++i) {
     EXPECT_TRUE(isLive(bodies[i]));
     EXPECT_EQ(facesOf(bodies[i]), faces[i]);
