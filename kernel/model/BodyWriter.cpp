@@ -300,12 +300,33 @@ class BodyWriterImpl {
     return m_edges.emplace(key(e), info).first->second;
   }
 
+  // Whether the edges' ends on the face lie at sane parameters. OCCT's
+  // explorer brings points on a periodic surface into range a period at a
+  // time, so a far-off end (a damaged file) keeps it busy for ever.
+  static bool saneOnFace(const std::vector<TopoDS_Edge>& edges, const TopoDS_Face& f) {
+    constexpr double kFar = 1e7;
+    for (const TopoDS_Edge& e : edges) {
+      double first = 0, last = 0;
+      Handle(Geom2d_Curve) pcurve = BRep_Tool::CurveOnSurface(e, f, first, last);
+      if (pcurve.IsNull()) continue;
+      if (!std::isfinite(first) || !std::isfinite(last)) return false;
+      for (double t : {first, last}) {
+        gp_Pnt2d p = pcurve->Value(t);
+        if (!(std::abs(p.X()) < kFar && std::abs(p.Y()) < kFar)) return false;
+      }
+    }
+    return true;
+  }
+
   // The edges of a wire in loop order, as the face sees them.
   std::vector<TopoDS_Edge> loopEdges(const TopoDS_Wire& wire, const TopoDS_Face& f) {
     std::vector<TopoDS_Edge> ordered, plain;
     for (TopoDS_Iterator it(wire); it.More(); it.Next())
       if (it.Value().ShapeType() == TopAbs_EDGE) plain.push_back(TopoDS::Edge(it.Value()));
-    for (BRepTools_WireExplorer w(wire, f); w.More(); w.Next()) ordered.push_back(w.Current());
+    // Found by fuzzing: such a wire keeps its stored order.
+    if (!saneOnFace(plain, f)) return plain;
+    for (BRepTools_WireExplorer w(wire, f); w.More() && ordered.size() <= plain.size(); w.Next())
+      ordered.push_back(w.Current());
     return ordered.size() == plain.size() ? ordered : plain;
   }
 

@@ -139,5 +139,18 @@ TEST_F(PartFileFailures, ATransmitVersionOutsideWhatFilesCanBeIsRefusedBeforeAny
   EXPECT_EQ(transmitFor({a}, "v340", 340), PK_ERROR_no_errors);
 }
 
+// A fuzzed file whose pcurve ends lie absurdly far out on a periodic surface:
+// writing it back once never finished (OCCT's wire explorer stepped a period
+// at a time). It must now be written, or refused, like any other.
+TEST_F(PartFileFailures, FarOffPcurveEndsDoNotStopTheWriter) {
+  putPartFile("far", meldtest::readFile(meldtest::sourceDir() / "kernel/tests/data/far_pcurve_ends.x_t"));
+  std::vector<PK_PART_t> parts;
+  ASSERT_EQ(receive("far", &parts), PK_ERROR_no_errors) << lastMessage();
+  if (transmit(parts, "far_again") != PK_ERROR_no_errors) {
+    EXPECT_FALSE(hasPartFile("far_again"));
+    EXPECT_FALSE(lastMessage().empty());
+  }
+}
+
 }  // namespace
 }  // namespace kerneltest
