@@ -2,11 +2,9 @@
 
 #include "BooleanChecks.h"
 #include "Bodies.h"
+#include "FaceSplitter.h"
 #include "session/KernelError.h"
-#include "session/Parallelism.h"
 
-#include <BOPAlgo_Builder.hxx>
-#include <BOPAlgo_PaveFiller.hxx>
 #include <BRepCheck_Analyzer.hxx>
 #include <BRep_Builder.hxx>
 #include <BRep_Tool.hxx>
@@ -16,7 +14,6 @@
 #include <TopExp_Explorer.hxx>
 #include <TopoDS.hxx>
 #include <TopoDS_Edge.hxx>
-#include <TopoDS_Iterator.hxx>
 #include <TopoDS_Shell.hxx>
 #include <TopoDS_Solid.hxx>
 
@@ -32,32 +29,31 @@ namespace {
 constexpr double kVolumeRelativeSlack = 1e-8;  // as the booleans' invariants
 constexpr int kMinimumSolids = 3;  // fewer: one pairwise fuse is all the work there is
 
-// A split face and the cells on its two sides.
+// A split face: the arguments it lies inside, and what a union needs to
+// stitch it into a solid and measure it.
 struct FaceRec {
-  TopoDS_Shape face;  // oriented as in cells[0]
-  int cells[2] = {-1, -1};
-  bool reversed[2] = {false, false};  // in that cell, against `face`
+  TopoDS_Shape face;  // oriented as in the first argument that holds it
+  std::vector<int> inside;  // arguments
   std::vector<std::pair<int, int>> edges;  // edge id, +1 forward / -1 reversed in `face`
+  std::vector<int> vertices;
   Measures share;  // of `face` as oriented
   bool made = false;  // not a face of any argument: OCCT built it
   bool checked = false, valid = true;  // by OCCT's checker, when first needed
 };
 
-struct CellRec {
-  std::vector<int> faces;
-  std::vector<int> vertices;
-  double volume = 0;
-  bool valid = true;
-};
+// A face of a member's boundary: the split face and whether it lies in the
+// boundary reversed against the record.
+using BoundaryFace = std::pair<int, bool>;
 
-// A shape the context knows: an argument of the general fuse or a union it
-// made. The handle keeps the TShape's address from being reused while the
-// entry exists.
+// A shape the context knows: an argument of the split or a union it made.
+// The handle keeps the TShape's address from being reused while the entry
+// exists.
 struct Member {
   Handle(TopoDS_TShape) tshape;
   TopLoc_Location location;
   TopAbs_Orientation orientation = TopAbs_FORWARD;
-  std::vector<int> cells;  // sorted
+  std::vector<int> arguments;  // sorted; empty while not served
+  std::vector<BoundaryFace> boundary;
   Measures measures;
   bool argument = false;
   TopoDS_Shape shape() const {
@@ -71,14 +67,17 @@ struct Member {
 
 }  // namespace
 
+// The union of members is bounded by the faces of each that lie inside none
+// of the others; a face two of them share is kept once when both lie on
+// the same side of it, and dropped when they lie on opposite sides.
 class FuseContext {
  public:
   FuseContext(double fuzzy) : fuzzy_(fuzzy) {}
 
-  // Registers the solids as known arguments, served by no cell yet.
+  // Registers the solids as known arguments, served by no split yet.
   void know(const std::vector<TopoDS_Shape>& solids);
-  // Splits the known solids; false when the general fuse fails or its result is
-  // not made of cells this scheme can join.
+  // Splits the known solids' faces; false when OCCT fails or its split is not
+  // one this scheme can join.
   bool build(const std::vector<TopoDS_Shape>& solids);
   double fuzzy() const { return fuzzy_; }
   bool knows(const TopoDS_Shape& shape) const { return find(shape) != nullptr; }
@@ -89,27 +88,24 @@ class FuseContext {
 
  private:
   const Member* find(const TopoDS_Shape& shape) const;
-  bool runGeneralFuse(const std::vector<TopoDS_Shape>& solids, double fuzzy);
-  bool indexCells();
-  bool indexFace(const TopoDS_Shape& face, int cell);
-  void validate(const std::vector<TopoDS_Shape>& solids);
+  bool indexFaces(const FaceSplitter& split, int arguments);
+  int indexFace(const TopoDS_Shape& face);
+  void validate(const std::vector<TopoDS_Shape>& solids, std::vector<std::vector<BoundaryFace>>& boundaries);
   void dropUnheld();
   bool faceValid(int face);
+  bool insideAny(int face, unsigned mark) const;
+  bool touchAtVertices(const Member& a, const Member& b);
   std::unique_ptr<ShapeHistory> historyOf(const Member& a, const Member& b, const TopoDS_Shape& solid) const;
-  TopoDS_Shape joinedSolid(const std::vector<std::pair<int, bool>>& boundary, Measures& made);
+  TopoDS_Shape joinedSolid(const std::vector<BoundaryFace>& boundary, Measures& made);
 
   double fuzzy_;
-  TopoDS_Shape result_;
   Handle(BRepTools_History) history_;
-  TopTools_DataMapOfShapeListOfShape images_;
-  std::vector<CellRec> cells_;
   std::vector<FaceRec> faces_;
-  std::vector<std::vector<int>> vertexCells_;
-  std::unordered_map<const TopoDS_TShape*, int> cellIds_, faceIds_, edgeIds_, vertexIds_;
+  std::unordered_map<const TopoDS_TShape*, int> faceIds_, edgeIds_, vertexIds_;
   std::unordered_map<const TopoDS_TShape*, Member> members_;
   // Scratch marks, stamped per union so that nothing needs clearing.
-  std::vector<unsigned> cellMark_, edgeMark_;
-  std::vector<int> edgeUses_, edgeBalance_, edgeFirst_;
+  std::vector<unsigned> argumentMark_, faceMark_, edgeMark_, vertexMark_;
+  std::vector<int> faceAt_, edgeUses_, edgeBalance_, edgeFirst_;
   unsigned stamp_ = 0;
   int answered_ = 0;
 };
@@ -133,31 +129,6 @@ bool FuseContext::alive(const std::vector<TopoDS_Shape>& liveShapes) const {
   return std::any_of(liveShapes.begin(), liveShapes.end(), [&](const TopoDS_Shape& s) { return knows(s); });
 }
 
-bool FuseContext::runGeneralFuse(const std::vector<TopoDS_Shape>& solids, double fuzzy) {
-  TopTools_ListOfShape arguments;
-  for (const TopoDS_Shape& solid : solids) arguments.Append(solid);
-  BOPAlgo_PaveFiller filler;
-  filler.SetArguments(arguments);
-  filler.SetNonDestructive(true);
-  filler.SetRunParallel(sessionThreads() > 1);
-  filler.SetUseOBB(false);
-  filler.SetFuzzyValue(fuzzy);
-  filler.Perform();
-  if (filler.HasErrors()) return false;
-  BOPAlgo_Builder builder;
-  builder.SetArguments(arguments);
-  builder.SetRunParallel(sessionThreads() > 1);
-  // An inverted argument cannot pass the volume check that follows, so
-  // OCCT's own (costly) test for one is not needed.
-  builder.SetCheckInverted(false);
-  builder.PerformWithFiller(filler);
-  if (builder.HasErrors()) return false;
-  result_ = builder.Shape();
-  history_ = builder.History();
-  images_ = builder.Images();
-  return !result_.IsNull() && !history_.IsNull();
-}
-
 // Every argument is known from the start, served or not, so that a context
 // that did not split its solids (or failed to) is not built again for the
 // same bodies.
@@ -174,57 +145,47 @@ void FuseContext::know(const std::vector<TopoDS_Shape>& solids) {
 
 bool FuseContext::build(const std::vector<TopoDS_Shape>& solids) {
   // Exact first, as the pairwise path: a fuzzy value slows the intersection.
-  bool done = runGeneralFuse(solids, 0);
-  if (!done && fuzzy_ > 0) done = runGeneralFuse(solids, fuzzy_);
-  if (!done || !indexCells()) return false;
-  validate(solids);
-  images_.Clear();
-  return true;
-}
-
-bool FuseContext::indexCells() {
-  for (TopoDS_Iterator it(result_); it.More(); it.Next()) {
-    if (it.Value().ShapeType() != TopAbs_SOLID) return false;
-    int id = int(cells_.size());
-    if (!cellIds_.emplace(it.Value().TShape().get(), id).second) return false;
-    cells_.emplace_back();
-    for (TopExp_Explorer f(it.Value(), TopAbs_FACE); f.More(); f.Next())
-      if (!indexFace(f.Current(), id)) return false;
-    std::vector<int>& vertices = cells_[id].vertices;
-    for (TopExp_Explorer v(it.Value(), TopAbs_VERTEX); v.More(); v.Next()) {
-      auto [at, added] = vertexIds_.emplace(v.Current().TShape().get(), int(vertexCells_.size()));
-      if (added) vertexCells_.emplace_back();
-      vertices.push_back(at->second);
+  FaceSplitter split;
+  bool done = split.perform(solids, 0);
+  if (!done && fuzzy_ > 0) done = split.perform(solids, fuzzy_);
+  if (!done) return false;
+  history_ = split.history();
+  std::vector<std::vector<BoundaryFace>> boundaries(solids.size());
+  for (std::size_t i = 0; i < solids.size(); ++i) {
+    for (TopExp_Explorer f(split.draft(int(i)), TopAbs_FACE); f.More(); f.Next()) {
+      int id = indexFace(f.Current());
+      if (id < 0) return false;
+      boundaries[i].emplace_back(id, f.Current().Orientation() != faces_[id].face.Orientation());
     }
-    std::sort(vertices.begin(), vertices.end());
-    vertices.erase(std::unique(vertices.begin(), vertices.end()), vertices.end());
-    for (int v : vertices) vertexCells_[v].push_back(id);
   }
-  cellMark_.assign(cells_.size(), 0);
+  for (std::size_t i = 0; i < solids.size(); ++i) {
+    for (const TopoDS_Shape& face : split.inside(int(i))) {
+      auto it = faceIds_.find(face.TShape().get());
+      if (it == faceIds_.end()) return false;
+      faces_[it->second].inside.push_back(int(i));
+    }
+  }
+  argumentMark_.assign(solids.size(), 0);
+  faceMark_.assign(faces_.size(), 0);
+  faceAt_.assign(faces_.size(), 0);
+  vertexMark_.assign(vertexIds_.size(), 0);
   edgeMark_.assign(edgeIds_.size(), 0);
   edgeUses_.assign(edgeIds_.size(), 0);
   edgeBalance_.assign(edgeIds_.size(), 0);
   edgeFirst_.assign(edgeIds_.size(), -1);
-  return !cells_.empty();
+  validate(solids, boundaries);
+  return true;
 }
 
-// A face has a cell on each side at most; one seen twice in a cell (an
-// internal face) or in a third cell is beyond this scheme.
-bool FuseContext::indexFace(const TopoDS_Shape& face, int cell) {
+// The split face's record, made when first seen; -1 for a face this scheme
+// cannot join (internal or external, or one topology in two places).
+int FuseContext::indexFace(const TopoDS_Shape& face) {
   TopAbs_Orientation o = face.Orientation();
-  if (o != TopAbs_FORWARD && o != TopAbs_REVERSED) return false;
+  if (o != TopAbs_FORWARD && o != TopAbs_REVERSED) return -1;
   auto [at, added] = faceIds_.emplace(face.TShape().get(), int(faces_.size()));
-  if (!added) {
-    FaceRec& rec = faces_[at->second];
-    if (rec.cells[1] >= 0 || rec.cells[0] == cell || !rec.face.Location().IsEqual(face.Location())) return false;
-    rec.cells[1] = cell;
-    rec.reversed[1] = o != rec.face.Orientation();
-    cells_[cell].faces.push_back(at->second);
-    return true;
-  }
+  if (!added) return faces_[at->second].face.Location().IsEqual(face.Location()) ? at->second : -1;
   FaceRec rec;
   rec.face = face;
-  rec.cells[0] = cell;
   for (TopExp_Explorer e(face, TopAbs_EDGE); e.More(); e.Next()) {
     const TopoDS_Edge& edge = TopoDS::Edge(e.Current());
     TopAbs_Orientation eo = edge.Orientation();
@@ -232,16 +193,20 @@ bool FuseContext::indexFace(const TopoDS_Shape& face, int cell) {
     int id = edgeIds_.emplace(edge.TShape().get(), int(edgeIds_.size())).first->second;
     rec.edges.emplace_back(id, eo == TopAbs_FORWARD ? 1 : -1);
   }
+  for (TopExp_Explorer v(face, TopAbs_VERTEX); v.More(); v.Next())
+    rec.vertices.push_back(vertexIds_.emplace(v.Current().TShape().get(), int(vertexIds_.size())).first->second);
+  std::sort(rec.vertices.begin(), rec.vertices.end());
+  rec.vertices.erase(std::unique(rec.vertices.begin(), rec.vertices.end()), rec.vertices.end());
   faces_.push_back(std::move(rec));
-  cells_[cell].faces.push_back(at->second);
-  return true;
+  return at->second;
 }
 
-// Every cell has positive volume, and an argument is served only when its
-// cells' volumes add up to its own. Faces OCCT made are checked when a union
-// first puts them on its boundary (faces that only ever lie between cells of
-// one body are never part of a result).
-void FuseContext::validate(const std::vector<TopoDS_Shape>& solids) {
+// An argument is served only when its split faces, each once, enclose its
+// own volume. Faces OCCT made are checked when a union first puts them on
+// its boundary (faces that only ever lie inside another argument are never
+// part of a result).
+void FuseContext::validate(const std::vector<TopoDS_Shape>& solids,
+                           std::vector<std::vector<BoundaryFace>>& boundaries) {
   std::unordered_set<const TopoDS_TShape*> argumentFaces;
   for (const TopoDS_Shape& solid : solids)
     for (TopExp_Explorer f(solid, TopAbs_FACE); f.More(); f.Next()) argumentFaces.insert(f.Current().TShape().get());
@@ -249,41 +214,25 @@ void FuseContext::validate(const std::vector<TopoDS_Shape>& solids) {
     rec.made = argumentFaces.count(rec.face.TShape().get()) == 0;
     rec.share = measure(rec.face);
   }
-  for (CellRec& cell : cells_) {
-    for (int f : cell.faces) {
-      const FaceRec& rec = faces_[f];
-      bool reversed = rec.reversed[rec.cells[0] == int(&cell - cells_.data()) ? 0 : 1];
-      cell.volume += reversed ? -rec.share.volume : rec.share.volume;
-    }
-    if (cell.volume <= 0) cell.valid = false;
-  }
-  for (const TopoDS_Shape& solid : solids) {
-    Member member;
-    member.measures = measure(solid);
-    bool served = true;
+  for (std::size_t i = 0; i < solids.size(); ++i) {
+    Measures measures = measure(solids[i]);
     double sum = 0;
-    const TopTools_ListOfShape* pieces = images_.Seek(solid);
-    TopTools_ListOfShape self;
-    self.Append(solid);
-    for (const TopoDS_Shape& piece : pieces ? *pieces : self) {
-      auto it = cellIds_.find(piece.TShape().get());
-      if (it == cellIds_.end() || !cells_[it->second].valid) {
-        served = false;
-        break;
-      }
-      member.cells.push_back(it->second);
-      sum += cells_[it->second].volume;
+    ++stamp_;
+    bool once = true;
+    for (auto [face, reversed] : boundaries[i]) {
+      once &= faceMark_[face] != stamp_;
+      faceMark_[face] = stamp_;
+      sum += reversed ? -faces_[face].share.volume : faces_[face].share.volume;
     }
-    double slack = kVolumeRelativeSlack * member.measures.volume + fuzzy_ * member.measures.area;
-    if (!served || member.cells.empty() || std::abs(sum - member.measures.volume) > slack) continue;
-    std::sort(member.cells.begin(), member.cells.end());
-    member.cells.erase(std::unique(member.cells.begin(), member.cells.end()), member.cells.end());
-    Member& known = members_.at(solid.TShape().get());
+    double slack = kVolumeRelativeSlack * measures.volume + fuzzy_ * measures.area;
+    if (!once || boundaries[i].empty() || std::abs(sum - measures.volume) > slack) continue;
+    Member& known = members_.at(solids[i].TShape().get());
     // Two bodies placing one topology in two places are one key here: only
     // the one registered first is served.
-    if (!sameLocated(solid, known.location, known.orientation)) continue;
-    known.cells = std::move(member.cells);
-    known.measures = member.measures;
+    if (!sameLocated(solids[i], known.location, known.orientation)) continue;
+    known.arguments = {int(i)};
+    known.boundary = std::move(boundaries[i]);
+    known.measures = measures;
   }
 }
 
@@ -317,14 +266,15 @@ int findRoot(std::vector<int>& parent, int i) {
 
 }  // namespace
 
-// The solid bounded by these faces (face id, reversed against the record),
-// its outer shell first and its cavities after; null when an edge is not
-// used exactly twice, once each way, or when there is not exactly one outer
+// The solid bounded by these faces, its outer shell first and its cavities
+// after, with the volume they enclose; null when an edge is not used
+// exactly twice, once each way, or when there is not exactly one outer
 // shell.
-TopoDS_Shape FuseContext::joinedSolid(const std::vector<std::pair<int, bool>>& boundary, Measures& made) {
+TopoDS_Shape FuseContext::joinedSolid(const std::vector<BoundaryFace>& boundary, Measures& made) {
   std::vector<int> parent(boundary.size());
   std::iota(parent.begin(), parent.end(), 0);
   std::vector<int> touched;
+  ++stamp_;
   for (std::size_t i = 0; i < boundary.size(); ++i) {
     const FaceRec& rec = faces_[boundary[i].first];
     for (auto [edge, sign] : rec.edges) {
@@ -364,6 +314,7 @@ TopoDS_Shape FuseContext::joinedSolid(const std::vector<std::pair<int, bool>>& b
   auto outer = std::find_if(volumes.begin(), volumes.end(), [](double v) { return v > 0; });
   if (outer == volumes.end() || std::count_if(volumes.begin(), volumes.end(), [](double v) { return v > 0; }) != 1)
     return {};
+  made.volume = std::accumulate(volumes.begin(), volumes.end(), 0.0);
   TopoDS_Solid solid;
   builder.MakeSolid(solid);
   std::size_t first = std::size_t(outer - volumes.begin());
@@ -377,9 +328,9 @@ TopoDS_Shape FuseContext::joinedSolid(const std::vector<std::pair<int, bool>>& b
   return solid;
 }
 
-// Faces of an argument become their split faces (the general fuse's
-// history); faces of a union the context made are already split and persist
-// or vanish. Both solids are taken into the new one, the target's first.
+// Faces of an argument become their split faces (the split's history);
+// faces of a union the context made are already split and persist or
+// vanish. Both solids are taken into the new one, the target's first.
 std::unique_ptr<ShapeHistory> FuseContext::historyOf(const Member& a, const Member& b, const TopoDS_Shape& solid) const {
   Handle(BRepTools_History) history = new BRepTools_History;
   std::vector<TopoDS_Shape> arguments;
@@ -398,57 +349,76 @@ std::unique_ptr<ShapeHistory> FuseContext::historyOf(const Member& a, const Memb
   return shapeHistory;
 }
 
+// Whether the face lies inside an argument marked with this stamp and side.
+bool FuseContext::insideAny(int face, unsigned mark) const {
+  for (int argument : faces_[face].inside)
+    if (argumentMark_[argument] == mark) return true;
+  return false;
+}
+
+bool FuseContext::touchAtVertices(const Member& a, const Member& b) {
+  ++stamp_;
+  for (auto [face, reversed] : a.boundary)
+    for (int v : faces_[face].vertices) vertexMark_[v] = stamp_;
+  for (auto [face, reversed] : b.boundary)
+    for (int v : faces_[face].vertices)
+      if (vertexMark_[v] == stamp_) return true;
+  return false;
+}
+
 SharedUnion FuseContext::unite(const TopoDS_Shape& targetShape, const TopoDS_Shape& toolShape) {
   SharedUnion out;
   dropUnheld();
   const Member* a = find(targetShape);
   const Member* b = find(toolShape);
-  if (!a || !b || a == b || a->cells.empty() || b->cells.empty()) return out;
-  // The target's cells marked; the tool meets it when they share a cell or
-  // a face lies between their cells.
-  ++stamp_;
-  for (int c : a->cells) cellMark_[c] = stamp_;
+  if (!a || !b || a == b || a->arguments.empty() || b->arguments.empty()) return out;
+  // The target's arguments carry one stamp, the tool's the next.
+  stamp_ += 2;
+  const unsigned inA = stamp_ - 1, inB = stamp_;
+  for (int argument : a->arguments) argumentMark_[argument] = inA;
+  for (int argument : b->arguments) {
+    if (argumentMark_[argument] == inA) return out;
+    argumentMark_[argument] = inB;
+  }
+  // The boundary: each side's faces that lie inside none of the other's
+  // arguments, shared faces once or not at all.
   bool meet = false;
-  for (int c : b->cells) {
-    if (cellMark_[c] == stamp_) meet = true;
-    for (int f : cells_[c].faces) {
-      const FaceRec& rec = faces_[f];
-      int other = rec.cells[0] == c ? rec.cells[1] : rec.cells[0];
-      if (other >= 0 && cellMark_[other] == stamp_) meet = true;
+  std::vector<BoundaryFace> boundary;
+  boundary.reserve(a->boundary.size() + b->boundary.size());
+  for (const BoundaryFace& entry : a->boundary) {
+    if (insideAny(entry.first, inB)) {
+      meet = true;
+      continue;
+    }
+    faceMark_[entry.first] = inB;
+    faceAt_[entry.first] = int(boundary.size());
+    boundary.push_back(entry);
+  }
+  for (const BoundaryFace& entry : b->boundary) {
+    if (insideAny(entry.first, inA)) {
+      meet = true;
+    } else if (faceMark_[entry.first] == inB) {
+      meet = true;
+      BoundaryFace& shared = boundary[std::size_t(faceAt_[entry.first])];
+      if (shared.second != entry.second) shared.first = -1;  // the two lie on either side of it
+    } else {
+      boundary.push_back(entry);
     }
   }
   if (!meet) {
     // Apart, unless they touch at an edge or a vertex (the pairwise fuse
     // decides what that makes), or might meet within a tolerance the exact
     // split did not use.
-    for (int c : b->cells)
-      for (int v : cells_[c].vertices)
-        for (int other : vertexCells_[v])
-          if (cellMark_[other] == stamp_) return out;
-    if (fuzzy_ > 0) return out;
+    if (touchAtVertices(*a, *b) || fuzzy_ > 0) return out;
     out.kind = SharedUnion::Kind::noClash;
     ++answered_;
     return out;
   }
-  std::vector<int> cells;
-  std::set_union(a->cells.begin(), a->cells.end(), b->cells.begin(), b->cells.end(), std::back_inserter(cells));
-  for (int c : b->cells) cellMark_[c] = stamp_;
-  // The boundary: faces with exactly one of the union's cells beside them,
-  // oriented as in that cell.
-  std::vector<std::pair<int, bool>> boundary;
-  for (int c : cells) {
-    for (int f : cells_[c].faces) {
-      const FaceRec& rec = faces_[f];
-      int side = rec.cells[0] == c ? 0 : 1;
-      int other = rec.cells[1 - side];
-      if (other >= 0 && cellMark_[other] == stamp_) continue;
-      boundary.emplace_back(f, rec.reversed[side]);
-    }
-  }
-  if (!std::all_of(boundary.begin(), boundary.end(), [&](const auto& entry) { return faceValid(entry.first); }))
+  boundary.erase(std::remove_if(boundary.begin(), boundary.end(), [](const BoundaryFace& e) { return e.first < 0; }),
+                 boundary.end());
+  if (!std::all_of(boundary.begin(), boundary.end(), [&](const BoundaryFace& e) { return faceValid(e.first); }))
     return out;
   Measures made;
-  for (int c : cells) made.volume += cells_[c].volume;
   TopoDS_Shape solid = joinedSolid(boundary, made);
   if (solid.IsNull() || !volumesAgree(PK_boolean_unite_c, a->measures, {b->measures}, made, fuzzy_)) return out;
   out.history = historyOf(*a, *b, solid);
@@ -456,7 +426,9 @@ SharedUnion FuseContext::unite(const TopoDS_Shape& targetShape, const TopoDS_Sha
   joined.tshape = solid.TShape();
   joined.location = solid.Location();
   joined.orientation = solid.Orientation();
-  joined.cells = std::move(cells);
+  std::set_union(a->arguments.begin(), a->arguments.end(), b->arguments.begin(), b->arguments.end(),
+                 std::back_inserter(joined.arguments));
+  joined.boundary = std::move(boundary);
   joined.measures = made;
   members_.emplace(solid.TShape().get(), std::move(joined));
   out.kind = SharedUnion::Kind::joined;

@@ -1,12 +1,12 @@
 // Unions that share their intersection work. When the driver unites many
 // overlapping solids one pair at a time, intersecting each pair again is most
-// of the cost; instead, OCCT's general fuse splits all of them at once into
-// cells (each solid is the union of its cells, two overlapping solids share
-// the cells of their common part), and a union of two such bodies is the set
-// of their cells, bounded by the faces that have exactly one of its cells on
-// one side. The context is a cache outside the journal: a body is served by
-// it while its shape is one the context knows (an argument of the general
-// fuse, or a union the context made); anything else takes the pairwise path.
+// of the cost; instead, OCCT splits the faces of all of them against each
+// other once and records which split faces lie inside which solid. A union
+// of bodies made of those solids is then bounded by the split faces of each
+// that lie inside none of the other's solids. The context is a cache
+// outside the journal: a body is served by it while its shape is one the
+// context knows (a solid it split, or a union it made); anything else takes
+// the pairwise path.
 #pragma once
 
 #include "FaceMeasures.h"

@@ -1,0 +1,88 @@
+#include "FaceSplitter.h"
+
+#include "session/Parallelism.h"
+
+#include <BOPAlgo_Builder.hxx>
+#include <BOPAlgo_PaveFiller.hxx>
+#include <BRep_Builder.hxx>
+#include <TopoDS_Compound.hxx>
+
+namespace meld::kernel {
+
+namespace {
+
+// The general fuse's own stages, stopped once the faces are split and
+// classified. The solids rebuilt from split faces (OCCT's drafts) make the
+// result, so that its history and tolerance treatment cover every split face.
+class SplitFacesBuilder : public BOPAlgo_Builder {
+ public:
+  std::vector<TopoDS_Shape> drafts;
+  std::vector<TopTools_ListOfShape> inside;
+
+ protected:
+  void PerformInternal1(const BOPAlgo_PaveFiller& filler, const Message_ProgressRange&) override {
+    myPaveFiller = const_cast<BOPAlgo_PaveFiller*>(&filler);
+    myDS = myPaveFiller->PDS();
+    myContext = myPaveFiller->Context();
+    myFuzzyValue = myPaveFiller->FuzzyValue();
+    myNonDestructive = myPaveFiller->NonDestructive();
+    CheckData();
+    if (HasErrors()) return;
+    Prepare();
+    FillImagesVertices(Message_ProgressRange());
+    FillImagesEdges(Message_ProgressRange());
+    FillImagesContainers(TopAbs_WIRE, Message_ProgressRange());
+    FillImagesFaces(Message_ProgressRange());
+    // Shells with split faces tell FillIn3DParts which solids to rebuild.
+    FillImagesContainers(TopAbs_SHELL, Message_ProgressRange());
+    if (HasErrors()) return;
+    TopTools_DataMapOfShapeShape draftOf;
+    FillIn3DParts(draftOf, Message_ProgressRange());
+    if (HasErrors()) return;
+    BRep_Builder builder;
+    TopoDS_Compound result;
+    builder.MakeCompound(result);
+    for (const TopoDS_Shape& solid : myArguments) {
+      const TopoDS_Shape* draft = draftOf.Seek(solid);
+      drafts.push_back(draft ? *draft : solid);
+      builder.Add(result, drafts.back());
+      const TopTools_ListOfShape* in = myInParts.Seek(solid);
+      inside.push_back(in ? *in : TopTools_ListOfShape());
+    }
+    myShape = result;
+    PrepareHistory(Message_ProgressRange());
+    PostTreat(Message_ProgressRange());
+  }
+};
+
+}  // namespace
+
+FaceSplitter::FaceSplitter() = default;
+FaceSplitter::~FaceSplitter() = default;
+
+bool FaceSplitter::perform(const std::vector<TopoDS_Shape>& solids, double fuzzy) {
+  TopTools_ListOfShape arguments;
+  for (const TopoDS_Shape& solid : solids) arguments.Append(solid);
+  BOPAlgo_PaveFiller filler;
+  filler.SetArguments(arguments);
+  filler.SetNonDestructive(true);
+  filler.SetRunParallel(sessionThreads() > 1);
+  filler.SetUseOBB(false);
+  filler.SetFuzzyValue(fuzzy);
+  filler.Perform();
+  if (filler.HasErrors()) return false;
+  SplitFacesBuilder builder;
+  builder.SetArguments(arguments);
+  builder.SetRunParallel(sessionThreads() > 1);
+  // An inverted solid cannot pass the volume checks made of the pieces, so
+  // OCCT's own (costly) test for one is not needed.
+  builder.SetCheckInverted(false);
+  builder.PerformWithFiller(filler);
+  if (builder.HasErrors() || builder.drafts.size() != solids.size()) return false;
+  drafts_ = std::move(builder.drafts);
+  inside_ = std::move(builder.inside);
+  history_ = builder.History();
+  return !history_.IsNull();
+}
+
+}  // namespace meld::kernel
