@@ -35,7 +35,9 @@ void carryAttribs(const std::vector<PK_BODY_t>& from, const BodyChange& change, 
 
 BodyData derivedData(const std::vector<PK_BODY_t>& from, const TopoDS_Shape& shape, const BodyChange& change) {
   BodyData data{shape, bodyData(from.front()).type, {}, nullptr};
-  data.topology = deriveTopology(shape, tagSources(from, change));
+  TagSources sources = tagSources(from, change);
+  if (change.editsTarget) data.topology = editTopology(shape, sources, bodyData(from.front()).topology);
+  if (!data.topology) data.topology = deriveTopology(shape, sources);
   carryAttribs(from, change, data);
   return data;
 }

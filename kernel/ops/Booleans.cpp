@@ -42,6 +42,9 @@ struct Outcome {
   std::string why;  // of a failure
   std::vector<TopoDS_Shape> solids;  // the result's solids, the target's first
   std::unique_ptr<ShapeHistory> history;
+  // The single solid keeps most of the target's faces and is bounded by
+  // faces that meet two at each edge (see BodyChange).
+  bool editsTarget = false;
 };
 
 // The fuzzy value is the tolerance asked for: default_tol, capped by max_tol
@@ -251,6 +254,7 @@ std::vector<PK_BODY_t> apply(const Request& r, const Outcome& out) {
   std::unordered_set<PK_ENTITY_t> used;
   Bnd_Box box = resultBox(r);
   BodyChange change{out.history.get(), r.tools, &used, &box};
+  change.editsTarget = out.editsTarget && out.solids.size() == 1;
   std::vector<BodyData> pieces;
   for (const TopoDS_Shape& solid : out.solids) pieces.push_back(derivedBodyData(r.target, solid, change));
   replaceBodyData(r.target, std::move(pieces[0]));
@@ -289,6 +293,7 @@ PK_boolean_result_t run(const Request& r, std::vector<PK_BODY_t>& bodies) {
     Outcome joined;
     joined.solids = {shared.solid};
     joined.history = std::move(shared.history);
+    joined.editsTarget = true;
     bodies = apply(r, joined);
     return PK_boolean_result_success_c;
   }

@@ -85,7 +85,6 @@ class FuseContext {
   bool alive(const std::vector<TopoDS_Shape>& liveShapes) const;
   SharedUnion unite(const TopoDS_Shape& a, const TopoDS_Shape& b);
   int answered() const { return answered_; }
-
  private:
   const Member* find(const TopoDS_Shape& shape) const;
   bool indexFaces(const FaceSplitter& split, int arguments);

@@ -14,30 +14,120 @@ namespace meld::kernel {
 
 const SubEntity* BodyTopology::find(PK_ENTITY_t tag) const {
   auto it = entities.find(tag);
-  return it == entities.end() ? nullptr : &it->second;
+  if (it != entities.end()) return &it->second;
+  if (!base || hidden.count(tag)) return nullptr;
+  return base->find(tag);
 }
 
 PK_ENTITY_t BodyTopology::tagOf(const TopoDS_Shape& shape, SubRole role) const {
-  auto it = byKey.find(SubKey{shape.TShape().get(), role});
-  return it == byKey.end() ? PK_ENTITY_null : it->second;
+  return tagOf(SubKey{shape.IsNull() ? nullptr : shape.TShape().get(), role});
+}
+
+// A base's tag counts unless it is hidden or this topology gives it another
+// sub-shape.
+PK_ENTITY_t BodyTopology::tagOf(const SubKey& key) const {
+  auto it = byKey.find(key);
+  if (it != byKey.end()) return it->second;
+  if (!base) return PK_ENTITY_null;
+  PK_ENTITY_t tag = base->tagOf(key);
+  if (tag == PK_ENTITY_null || hidden.count(tag) || entities.count(tag)) return PK_ENTITY_null;
+  return tag;
+}
+
+void BodyTopology::forEachTag(const std::function<void(PK_ENTITY_t)>& visit) const {
+  for (const auto& entry : entities) visit(entry.first);
+  if (!base) return;
+  for (const auto& entry : base->entities)
+    if (!hidden.count(entry.first) && !entities.count(entry.first)) visit(entry.first);
+}
+
+std::size_t BodyTopology::size() const {
+  std::size_t n = 0;
+  forEachTag([&](PK_ENTITY_t) { ++n; });
+  return n;
 }
 
 namespace {
 
 class Deriver {
+  // The faces, loops, edges and vertices of a shape, each once (by TShape),
+  // in the order an explorer of that type meets them first: one walk over
+  // the shape instead of one per type, not entering a sub-shape met before
+  // (a big body's edges and vertices are each reached from several faces).
+  struct SubShapes {
+    std::vector<TopoDS_Shape> faces, wires, edges, vertices;
+    std::unordered_set<const TopoDS_TShape*> seen;
+  };
+
  public:
   explicit Deriver(const TagSources& sources)
-      : sources_(sources), taken_(sources.used ? *sources.used : ownTaken_) {
+      : sources_(sources), taken_(sources.used ? *sources.used : ownTaken_) {}
+
+  BodyTopologyPtr run(const TopoDS_Shape& shape) {
     // A derived body is mostly its sources' sub-entities: room for them
     // up front spares growing the tables step by step.
     std::size_t expected = 0;
-    for (const BodyTopology* previous : sources_.previous) expected += previous->entities.size();
+    for (const BodyTopology* previous : sources_.previous)
+      expected += previous->entities.size() + (previous->base ? previous->base->entities.size() : 0);
     topo_->entities.reserve(expected);
     topo_->byKey.reserve(expected);
     taken_.reserve(taken_.size() + expected);
+    addRegionsAndShells(shape);
+    // Faces, edges or vertices in no shell (a sheet of loose faces, a wire,
+    // an acorn) make one more shell of the infinite region.
+    if (hasLooseParts(shape)) addShell(shape, SubRole::voidSide, infinite_, PK_SHELL_sign_mixed_c);
+    SubShapes subs;
+    subs.seen.reserve(topo_->entities.bucket_count());
+    collect(shape, subs);
+    addAll(subs, [](const TopoDS_Shape&) { return true; });
+    setBox(shape);
+    return topo_;
   }
 
-  BodyTopologyPtr run(const TopoDS_Shape& shape) {
+  BodyTopologyPtr edit(const TopoDS_Shape& shape, const BodyTopologyPtr& from) {
+    std::vector<TopoDS_Shape> faces;
+    if (!facesOfSolid(shape, faces)) return nullptr;
+    const BodyTopology& old = *from;
+    editing_ = true;
+    topo_->editedFrom = from;
+    topo_->base = old.base ? old.base : from;
+    if (old.base) {
+      topo_->entities = old.entities;
+      topo_->byKey = old.byKey;
+      topo_->hidden = old.hidden;
+    }
+    for (PK_ENTITY_t tag : old.regions) drop(tag);
+    for (PK_ENTITY_t tag : old.shells) drop(tag);
+    // Faces in both keep everything they hold; the new faces' sub-shapes
+    // are gathered before the old faces' are let go, so that a sub-shape a
+    // new face shares with an old one is not dropped.
+    std::unordered_set<PK_ENTITY_t> kept;
+    SubShapes made;
+    for (const TopoDS_Shape& face : faces) {
+      PK_ENTITY_t tag = old.tagOf(face);
+      if (tag != PK_ENTITY_null && old.find(tag)->shape.IsEqual(face))
+        kept.insert(tag);
+      else
+        collect(face, made);
+    }
+    for (PK_ENTITY_t tag : old.faces)
+      if (!kept.count(tag)) dropFace(old, tag, made);
+    taken_.insert(kept.begin(), kept.end());
+    for (auto [list, from] : {std::pair{&topo_->faces, &old.faces}, {&topo_->loops, &old.loops},
+                              {&topo_->edges, &old.edges}, {&topo_->vertices, &old.vertices}})
+      std::copy_if(from->begin(), from->end(), std::back_inserter(*list),
+                   [&](PK_ENTITY_t tag) { return !droppedSet_.count(tag); });
+    addRegionsAndShells(shape);
+    addAll(made, [&](const TopoDS_Shape& s) {
+      PK_ENTITY_t tag = old.tagOf(s);
+      return tag == PK_ENTITY_null || droppedSet_.count(tag) != 0;
+    });
+    setBox(shape);
+    return settled();
+  }
+
+ private:
+  void addRegionsAndShells(const TopoDS_Shape& shape) {
     infinite_ = add(TopoDS_Shape(), SubRole::infinite, PK_CLASS_region, topo_->regions);
     topo_->entities[infinite_].solid = false;
     std::vector<TopoDS_Shape> solids;
@@ -52,25 +142,90 @@ class Deriver {
     for (TopExp_Explorer ex(shape, TopAbs_SHELL); ex.More(); ex.Next())
       if (topo_->tagOf(ex.Current(), SubRole::solidSide) == PK_ENTITY_null)
         addShell(ex.Current(), SubRole::voidSide, infinite_, PK_SHELL_sign_mixed_c);
-    // Faces, edges or vertices in no shell (a sheet of loose faces, a wire,
-    // an acorn) make one more shell of the infinite region.
-    if (hasLooseParts(shape)) addShell(shape, SubRole::voidSide, infinite_, PK_SHELL_sign_mixed_c);
-    SubShapes subs;
-    subs.seen.reserve(topo_->entities.bucket_count());
-    collect(shape, subs);
-    addAll(subs.faces, PK_CLASS_face, topo_->faces);
-    addAll(subs.wires, PK_CLASS_loop, topo_->loops);
-    addAll(subs.edges, PK_CLASS_edge, topo_->edges);
-    addAll(subs.vertices, PK_CLASS_vertex, topo_->vertices);
+  }
+
+  void setBox(const TopoDS_Shape& shape) {
     if (sources_.knownBox) {
       topo_->box = *sources_.knownBox;
     } else if (!shape.IsNull()) {
       BRepBndLib::Add(shape, topo_->box, false);
     }
-    return topo_;
   }
 
- private:
+  // The faces of a solid made of shells of faces only (what an edit
+  // handles), in the order an explorer meets them.
+  static bool facesOfSolid(const TopoDS_Shape& shape, std::vector<TopoDS_Shape>& faces) {
+    if (shape.IsNull() || shape.ShapeType() != TopAbs_SOLID) return false;
+    for (TopoDS_Iterator shell(shape); shell.More(); shell.Next()) {
+      if (shell.Value().ShapeType() != TopAbs_SHELL) return false;
+      for (TopoDS_Iterator face(shell.Value()); face.More(); face.Next()) {
+        if (face.Value().ShapeType() != TopAbs_FACE) return false;
+        faces.push_back(face.Value());
+      }
+    }
+    return true;
+  }
+
+  // A face that went, and those of its loops, edges and vertices that no
+  // new face holds.
+  void dropFace(const BodyTopology& old, PK_ENTITY_t tag, const SubShapes& made) {
+    const SubEntity* face = old.find(tag);
+    drop(tag);
+    if (!face) return;
+    SubShapes gone;
+    collect(face->shape, gone);
+    for (const std::vector<TopoDS_Shape>* list : {&gone.wires, &gone.edges, &gone.vertices}) {
+      for (const TopoDS_Shape& sub : *list) {
+        if (made.seen.count(sub.TShape().get())) continue;
+        PK_ENTITY_t subTag = old.tagOf(sub);
+        if (subTag != PK_ENTITY_null && !droppedSet_.count(subTag)) drop(subTag);
+      }
+    }
+  }
+
+  // Takes the sub-entity out of the topology being edited.
+  void drop(PK_ENTITY_t tag) {
+    auto it = topo_->entities.find(tag);
+    if (it != topo_->entities.end()) {
+      const TopoDS_Shape& shape = it->second.shape;
+      auto key = topo_->byKey.find(SubKey{shape.IsNull() ? nullptr : shape.TShape().get(), it->second.role});
+      if (key != topo_->byKey.end() && key->second == tag) topo_->byKey.erase(key);
+      topo_->entities.erase(it);
+    }
+    if (topo_->base->find(tag)) topo_->hidden.insert(tag);
+    topo_->dropped.push_back(tag);
+    droppedSet_.insert(tag);
+  }
+
+  // An edited topology whose own part has grown past an eighth of its base
+  // is made whole again, so that an edit costs what it changed and lookups
+  // never go more than one base deep.
+  BodyTopologyPtr settled() {
+    const BodyTopology& base = *topo_->base;
+    if (topo_->entities.size() + topo_->hidden.size() <= std::max<std::size_t>(64, base.entities.size() / 8))
+      return topo_;
+    auto whole = std::make_shared<BodyTopology>();
+    whole->entities.reserve(base.entities.size() + topo_->entities.size());
+    whole->byKey.reserve(base.byKey.size() + topo_->byKey.size());
+    for (const auto& [key, tag] : base.byKey)
+      if (topo_->tagOf(key) == tag) whole->byKey.emplace(key, tag);
+    for (const auto& [tag, entity] : base.entities)
+      if (!topo_->hidden.count(tag) && !topo_->entities.count(tag)) whole->entities.emplace(tag, entity);
+    for (const auto& entry : topo_->entities) whole->entities.insert(entry);
+    for (const auto& entry : topo_->byKey) whole->byKey.insert(entry);
+    whole->editedFrom = topo_->editedFrom;
+    whole->dropped = std::move(topo_->dropped);
+    whole->added = std::move(topo_->added);
+    whole->regions = std::move(topo_->regions);
+    whole->shells = std::move(topo_->shells);
+    whole->faces = std::move(topo_->faces);
+    whole->loops = std::move(topo_->loops);
+    whole->edges = std::move(topo_->edges);
+    whole->vertices = std::move(topo_->vertices);
+    whole->box = topo_->box;
+    return whole;
+  }
+
   // The solid's side of each of its shells, and the void's side: the
   // infinite region's for the outer shell, a cavity region's for the others.
   void addSolidShells(const TopoDS_Shape& solid) {
@@ -112,15 +267,6 @@ class Deriver {
     topo_->entities[region].shells.push_back(tag);
   }
 
-  // The faces, loops, edges and vertices of a shape, each once (by TShape),
-  // in the order an explorer of that type meets them first: one walk over
-  // the shape instead of one per type, not entering a sub-shape met before
-  // (a big body's edges and vertices are each reached from several faces).
-  struct SubShapes {
-    std::vector<TopoDS_Shape> faces, wires, edges, vertices;
-    std::unordered_set<const TopoDS_TShape*> seen;
-  };
-
   static void collect(const TopoDS_Shape& shape, SubShapes& subs) {
     if (shape.IsNull()) return;
     if (!note(shape, subs)) return;
@@ -142,8 +288,15 @@ class Deriver {
     return true;
   }
 
-  void addAll(const std::vector<TopoDS_Shape>& shapes, PK_CLASS_t cls, std::vector<PK_ENTITY_t>& list) {
-    for (const TopoDS_Shape& shape : shapes) add(shape, SubRole::self, cls, list);
+  // The faces, loops, edges and vertices gathered, those the filter lets
+  // through.
+  void addAll(const SubShapes& subs, const std::function<bool(const TopoDS_Shape&)>& wanted) {
+    for (auto [shapes, cls, list] : {std::tuple{&subs.faces, PK_CLASS_face, &topo_->faces},
+                                     {&subs.wires, PK_CLASS_loop, &topo_->loops},
+                                     {&subs.edges, PK_CLASS_edge, &topo_->edges},
+                                     {&subs.vertices, PK_CLASS_vertex, &topo_->vertices}})
+      for (const TopoDS_Shape& shape : *shapes)
+        if (wanted(shape)) add(shape, SubRole::self, cls, *list);
   }
 
   // The sub-entity's tag; a sub-shape met again (a face shared by two solids)
@@ -157,10 +310,12 @@ class Deriver {
     taken_.insert(tag);
     topo_->byKey.emplace(key, tag);
     SubEntity& entity = topo_->entities[tag];
+    entity = SubEntity{};
     entity.cls = cls;
     entity.role = role;
     entity.shape = shape;
     list.push_back(tag);
+    if (editing_) topo_->added.push_back(tag);
     return tag;
   }
 
@@ -176,9 +331,9 @@ class Deriver {
   }
 
   PK_ENTITY_t lookup(const BodyTopology& previous, const SubKey& key) const {
-    auto it = previous.byKey.find(key);
-    if (it == previous.byKey.end() || taken_.count(it->second)) return PK_ENTITY_null;
-    return it->second;
+    PK_ENTITY_t tag = previous.tagOf(key);
+    if (tag == PK_ENTITY_null || taken_.count(tag)) return PK_ENTITY_null;
+    return tag;
   }
 
   const TagSources& sources_;
@@ -186,12 +341,19 @@ class Deriver {
   std::unordered_set<PK_ENTITY_t> ownTaken_;
   std::unordered_set<PK_ENTITY_t>& taken_;
   PK_REGION_t infinite_ = PK_ENTITY_null;
+  bool editing_ = false;
+  std::unordered_set<PK_ENTITY_t> droppedSet_;
 };
 
 }  // namespace
 
 BodyTopologyPtr deriveTopology(const TopoDS_Shape& shape, const TagSources& sources) {
   return Deriver(sources).run(shape);
+}
+
+BodyTopologyPtr editTopology(const TopoDS_Shape& shape, const TagSources& sources, const BodyTopologyPtr& from) {
+  if (!from) return nullptr;
+  return Deriver(sources).edit(shape, from);
 }
 
 }  // namespace meld::kernel

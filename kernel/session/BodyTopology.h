@@ -57,9 +57,22 @@ struct SubEntity {
   bool solid = false;
 };
 
+struct BodyTopology;
+using BodyTopologyPtr = std::shared_ptr<const BodyTopology>;
+
 struct BodyTopology {
+  // The sub-entities by tag and by sub-shape. A topology edited from another
+  // (a union keeps most of its target) holds only what differs from a shared
+  // `base`: the base's sub-entities are its own too unless hidden here or
+  // given another sub-shape here. Lookups go through find() and tagOf().
   std::unordered_map<PK_ENTITY_t, SubEntity> entities;
   std::unordered_map<SubKey, PK_ENTITY_t, SubKeyHash> byKey;
+  BodyTopologyPtr base;  // never itself edited from another
+  std::unordered_set<PK_ENTITY_t> hidden;
+  // The topology this one was edited from, and the tags the edit dropped
+  // and added: what the entity index needs to follow the change.
+  std::weak_ptr<const BodyTopology> editedFrom;
+  std::vector<PK_ENTITY_t> dropped, added;
   // In the body's order: regions (infinite first, then solids, then
   // cavities), shells, faces, loops, edges, vertices.
   std::vector<PK_ENTITY_t> regions, shells, faces, loops, edges, vertices;
@@ -70,9 +83,11 @@ struct BodyTopology {
 
   const SubEntity* find(PK_ENTITY_t tag) const;
   PK_ENTITY_t tagOf(const TopoDS_Shape& shape, SubRole role = SubRole::self) const;
+  PK_ENTITY_t tagOf(const SubKey& key) const;
+  // Every sub-entity's tag, in no particular order.
+  void forEachTag(const std::function<void(PK_ENTITY_t)>& visit) const;
+  std::size_t size() const;
 };
-
-using BodyTopologyPtr = std::shared_ptr<const BodyTopology>;
 
 // Where the new topology's tags come from: tags of the previous topologies
 // (the body's own first, then those of bodies it absorbs) for sub-shapes they
@@ -91,5 +106,15 @@ struct TagSources {
 };
 
 BodyTopologyPtr deriveTopology(const TopoDS_Shape& shape, const TagSources& sources);
+
+// The topology of a solid made from the one `from` describes by replacing
+// some of its faces, derived at the cost of what changed: faces in both
+// keep their sub-entities, and the loops, edges and vertices of a face that
+// went go too unless a new face has them. That is right for a solid whose
+// every edge lies on two faces: an edge a kept face shared with a face that
+// went now lies on a new face, and so does every vertex such an edge ends
+// in. Regions and shells are derived anew. Null when the shape is not a
+// solid of shells of faces; the caller then derives the whole topology.
+BodyTopologyPtr editTopology(const TopoDS_Shape& shape, const TagSources& sources, const BodyTopologyPtr& from);
 
 }  // namespace meld::kernel

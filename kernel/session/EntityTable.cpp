@@ -129,14 +129,21 @@ const BodyTopology* topologyOf(const Record& record) {
 void EntityTable::reindexSubEntities(PK_ENTITY_t tag, const Record& before, const Record& after) {
   const BodyTopology* old = topologyOf(before);
   const BodyTopology* now = topologyOf(after);
+  auto release = [&](PK_ENTITY_t sub) {
+    auto it = subEntityBody_.find(sub);
+    if (it != subEntityBody_.end() && it->second == tag) subEntityBody_.erase(it);
+  };
+  // An edited topology names what it dropped and added.
+  if (old && now && now->editedFrom.lock().get() == old) {
+    for (PK_ENTITY_t sub : now->dropped) release(sub);
+    for (PK_ENTITY_t sub : now->added) subEntityBody_[sub] = tag;
+    return;
+  }
   if (old)
-    for (const auto& entry : old->entities) {
-      if (now && now->entities.count(entry.first)) continue;
-      auto it = subEntityBody_.find(entry.first);
-      if (it != subEntityBody_.end() && it->second == tag) subEntityBody_.erase(it);
-    }
-  if (now)
-    for (const auto& entry : now->entities) subEntityBody_[entry.first] = tag;
+    old->forEachTag([&](PK_ENTITY_t sub) {
+      if (!now || !now->find(sub)) release(sub);
+    });
+  if (now) now->forEachTag([&](PK_ENTITY_t sub) { subEntityBody_[sub] = tag; });
 }
 
 void EntityTable::index(PK_ENTITY_t tag, const Record& record, bool subEntities) {
@@ -145,7 +152,7 @@ void EntityTable::index(PK_ENTITY_t tag, const Record& record, bool subEntities)
   if (record.referent != PK_ENTITY_null) byReferent_[record.referent].insert(tag);
   if (PK_TRANSF_t transf = transfOf(record)) byTransf_[transf].insert(tag);
   if (const BodyTopology* topology = subEntities ? topologyOf(record) : nullptr)
-    for (const auto& entry : topology->entities) subEntityBody_[entry.first] = tag;
+    topology->forEachTag([&](PK_ENTITY_t sub) { subEntityBody_[sub] = tag; });
 }
 
 void EntityTable::unindex(PK_ENTITY_t tag, const Record& record, bool subEntities) {
@@ -154,12 +161,12 @@ void EntityTable::unindex(PK_ENTITY_t tag, const Record& record, bool subEntitie
   if (record.referent != PK_ENTITY_null) dropFrom(byReferent_, record.referent, tag);
   if (PK_TRANSF_t transf = transfOf(record)) dropFrom(byTransf_, transf, tag);
   if (const BodyTopology* topology = subEntities ? topologyOf(record) : nullptr)
-    for (const auto& entry : topology->entities) {
+    topology->forEachTag([&](PK_ENTITY_t sub) {
       // A sub-entity may have moved on to another body (a tool's face kept by
       // a union): only this body's hold on it ends.
-      auto it = subEntityBody_.find(entry.first);
+      auto it = subEntityBody_.find(sub);
       if (it != subEntityBody_.end() && it->second == tag) subEntityBody_.erase(it);
-    }
+    });
 }
 
 }  // namespace meld::kernel

@@ -9,9 +9,12 @@
 
 #include <BRepBuilderAPI_NurbsConvert.hxx>
 #include <BRepPrimAPI_MakeBox.hxx>
+#include <TopExp.hxx>
+#include <TopTools_IndexedMapOfShape.hxx>
 
 #include <algorithm>
 #include <cmath>
+#include <set>
 
 using namespace kerneltest;
 using meld::kernel::sharedUnionsAnswered;
@@ -103,6 +106,67 @@ TEST_F(SharedFuse, AChainUnitedPassByPassGivesThePairwiseBodyAndVolume) {
     EXPECT_EQ(sharedUnionsAnswered(), on ? 5 : 0);
     ASSERT_EQ(PK_ENTITY_delete(1, &left[0]), PK_ERROR_no_errors);
   }
+}
+
+namespace {
+
+// Every face, loop, edge and vertex of the body's shape has one tag in the
+// body's topology, listed once and indexed to the body, and nothing else is
+// listed.
+void expectTopologyNamesItsShape(PK_BODY_t body) {
+  const meld::kernel::BodyTopology& topology = meld::kernel::bodyTopology(body);
+  const TopoDS_Shape& shape = meld::kernel::bodyData(body).shape;
+  const auto& table = meld::kernel::session().table;
+  for (auto [type, list] : {std::pair{TopAbs_FACE, &topology.faces}, {TopAbs_WIRE, &topology.loops},
+                            {TopAbs_EDGE, &topology.edges}, {TopAbs_VERTEX, &topology.vertices}}) {
+    TopTools_IndexedMapOfShape subs;
+    TopExp::MapShapes(shape, type, subs);
+    std::set<PK_ENTITY_t> listed(list->begin(), list->end());
+    EXPECT_EQ(listed.size(), list->size()) << "type " << type;
+    EXPECT_EQ(list->size(), std::size_t(subs.Extent())) << "type " << type;
+    for (int i = 1; i <= subs.Extent(); ++i) {
+      PK_ENTITY_t tag = topology.tagOf(subs(i));
+      ASSERT_TRUE(listed.count(tag)) << "type " << type;
+      EXPECT_TRUE(topology.find(tag)->shape.IsSame(subs(i)));
+      EXPECT_EQ(table.bodyOfSubEntity(tag), body);
+    }
+  }
+}
+
+}  // namespace
+
+// A union keeps most of its target's faces, and its topology is edited
+// rather than derived anew: after each union every sub-shape has its tag,
+// the tags of sub-shapes that went are dead, and the faces that stayed keep
+// theirs.
+TEST_F(SharedFuse, EachUnionLeavesATopologyThatNamesTheWholeBody) {
+  share(true);
+  std::vector<PK_BODY_t> bodies = chain();
+  int edited = 0, madeWhole = 0;
+  for (std::size_t i = 1; i < bodies.size(); ++i) {
+    const meld::kernel::BodyTopologyPtr before = meld::kernel::bodyData(bodies[0]).topology;
+    ASSERT_EQ(unite(bodies[0], bodies[i]), PK_boolean_result_success_c) << "tool " << i;
+    const meld::kernel::BodyTopology& after = meld::kernel::bodyTopology(bodies[0]);
+    edited += after.editedFrom.lock() == before;
+    madeWhole += after.editedFrom.lock() == before && !after.base;
+    expectTopologyNamesItsShape(bodies[0]);
+    const auto& table = meld::kernel::session().table;
+    for (PK_ENTITY_t tag : before->faces) {
+      const meld::kernel::SubEntity* now = after.find(tag);
+      if (now) {
+        EXPECT_EQ(table.bodyOfSubEntity(tag), bodies[0]);
+      } else {
+        EXPECT_EQ(table.bodyOfSubEntity(tag), PK_ENTITY_null);
+      }
+    }
+    for (PK_ENTITY_t tag : before->edges)
+      if (!after.find(tag)) EXPECT_EQ(table.bodyOfSubEntity(tag), PK_ENTITY_null);
+  }
+  EXPECT_EQ(edited, 5);
+  // Some edits were folded into a whole topology again, some not.
+  EXPECT_GT(madeWhole, 0);
+  EXPECT_LT(madeWhole, 5);
+  EXPECT_EQ(faultsOf(bodies[0]), 0);
 }
 
 // Six walls of a hollow cube, overlapping along its edges: the last union
