@@ -13,7 +13,7 @@ namespace {
 
 // The general fuse's own stages, stopped once the faces are split and
 // classified. The solids rebuilt from split faces (OCCT's drafts) make the
-// result, so that its history and tolerance treatment cover every split face.
+// result, so that its history covers every split face.
 class SplitFacesBuilder : public BOPAlgo_Builder {
  public:
   std::vector<TopoDS_Shape> drafts;
@@ -51,7 +51,10 @@ class SplitFacesBuilder : public BOPAlgo_Builder {
     }
     myShape = result;
     PrepareHistory(Message_ProgressRange());
-    PostTreat(Message_ProgressRange());
+    // OCCT's tolerance post-treatment of all split faces is left out: a
+    // union checks every face OCCT made before putting it on its boundary,
+    // so a face that treatment would have mended is refused instead (and
+    // that union goes pairwise), never taken as it is.
   }
 };
 

@@ -13,6 +13,7 @@
 #include <Geom_Surface.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopoDS.hxx>
+#include <TopoDS_Compound.hxx>
 #include <TopoDS_Edge.hxx>
 #include <TopoDS_Shell.hxx>
 #include <TopoDS_Solid.hxx>
@@ -91,7 +92,7 @@ class FuseContext {
   int indexFace(const TopoDS_Shape& face);
   void validate(const std::vector<TopoDS_Shape>& solids, std::vector<std::vector<BoundaryFace>>& boundaries);
   void dropUnheld();
-  bool faceValid(int face);
+  bool facesValid(const std::vector<BoundaryFace>& boundary);
   bool insideAny(int face, unsigned mark) const;
   bool touchAtVertices(const Member& a, const Member& b);
   std::unique_ptr<ShapeHistory> historyOf(const Member& a, const Member& b, const TopoDS_Shape& solid) const;
@@ -236,13 +237,29 @@ void FuseContext::validate(const std::vector<TopoDS_Shape>& solids,
 }
 
 // A face of the inputs is as valid as they are; one OCCT made passes its
-// checker, asked once per face.
-bool FuseContext::faceValid(int face) {
-  FaceRec& rec = faces_[face];
-  if (!rec.made || rec.checked) return rec.valid;
-  rec.checked = true;
-  rec.valid = BRepCheck_Analyzer(rec.face, true).IsValid();
-  return rec.valid;
+// checker, asked once per face. The faces a union checks first are checked
+// together, so that an edge two of them share is checked once.
+bool FuseContext::facesValid(const std::vector<BoundaryFace>& boundary) {
+  std::vector<int> unchecked;
+  for (auto [face, reversed] : boundary) {
+    const FaceRec& rec = faces_[face];
+    if (rec.made && rec.checked && !rec.valid) return false;
+    if (rec.made && !rec.checked) unchecked.push_back(face);
+  }
+  if (unchecked.empty()) return true;
+  BRep_Builder builder;
+  TopoDS_Compound faces;
+  builder.MakeCompound(faces);
+  for (int face : unchecked) builder.Add(faces, faces_[face].face);
+  BRepCheck_Analyzer analyzer(faces, true);
+  bool valid = true;
+  for (int face : unchecked) {
+    FaceRec& rec = faces_[face];
+    rec.checked = true;
+    rec.valid = analyzer.IsValid(rec.face);
+    valid &= rec.valid;
+  }
+  return valid;
 }
 
 // Unions nobody holds any more (undone, or united further and their pmark
@@ -415,8 +432,7 @@ SharedUnion FuseContext::unite(const TopoDS_Shape& targetShape, const TopoDS_Sha
   }
   boundary.erase(std::remove_if(boundary.begin(), boundary.end(), [](const BoundaryFace& e) { return e.first < 0; }),
                  boundary.end());
-  if (!std::all_of(boundary.begin(), boundary.end(), [&](const BoundaryFace& e) { return faceValid(e.first); }))
-    return out;
+  if (!facesValid(boundary)) return out;
   Measures made;
   TopoDS_Shape solid = joinedSolid(boundary, made);
   if (solid.IsNull() || !volumesAgree(PK_boolean_unite_c, a->measures, {b->measures}, made, fuzzy_)) return out;

@@ -41,12 +41,6 @@ void BodyTopology::forEachTag(const std::function<void(PK_ENTITY_t)>& visit) con
     if (!hidden.count(entry.first) && !entities.count(entry.first)) visit(entry.first);
 }
 
-std::size_t BodyTopology::size() const {
-  std::size_t n = 0;
-  forEachTag([&](PK_ENTITY_t) { ++n; });
-  return n;
-}
-
 namespace {
 
 class Deriver {
@@ -113,9 +107,10 @@ class Deriver {
     for (PK_ENTITY_t tag : old.faces)
       if (!kept.count(tag)) dropFace(old, tag, made);
     taken_.insert(kept.begin(), kept.end());
-    for (auto [list, from] : {std::pair{&topo_->faces, &old.faces}, {&topo_->loops, &old.loops},
-                              {&topo_->edges, &old.edges}, {&topo_->vertices, &old.vertices}})
-      std::copy_if(from->begin(), from->end(), std::back_inserter(*list),
+    // The old order, less what went, and the new sub-entities after it.
+    for (auto [list, was] : {std::pair{&topo_->faces, &old.faces}, {&topo_->loops, &old.loops},
+                             {&topo_->edges, &old.edges}, {&topo_->vertices, &old.vertices}})
+      std::copy_if(was->begin(), was->end(), std::back_inserter(*list),
                    [&](PK_ENTITY_t tag) { return !droppedSet_.count(tag); });
     addRegionsAndShells(shape);
     addAll(made, [&](const TopoDS_Shape& s) {

@@ -86,7 +86,6 @@ struct BodyTopology {
   PK_ENTITY_t tagOf(const SubKey& key) const;
   // Every sub-entity's tag, in no particular order.
   void forEachTag(const std::function<void(PK_ENTITY_t)>& visit) const;
-  std::size_t size() const;
 };
 
 // Where the new topology's tags come from: tags of the previous topologies
