@@ -1,5 +1,6 @@
-// Unions answered from the session's fuse context (one general fuse of the
-// overlapping solids, unions as sets of its cells) against the same unions
+// Unions answered from the session's fuse context (the overlapping solids'
+// faces split once, unions bounded by the faces inside neither side) against
+// the same unions
 // made pairwise: body counts, analytic volumes, regions, rollback, tags,
 // and the bodies the context must leave to the pairwise path.
 #include "TopologyHelpers.h"
@@ -205,7 +206,7 @@ TEST_F(SharedFuse, AUnionUndoneThroughItsPmarkIsAnsweredAgainTheSameWay) {
 }
 
 // A body moved after the split keeps its topology but not its place: the
-// context's cells no longer describe it.
+// context's split no longer describes it.
 TEST_F(SharedFuse, ABodyMovedAfterTheSplitTakesThePairwisePathAndIsRight) {
   share(true);
   std::vector<PK_BODY_t> bodies = chain();
