@@ -7,7 +7,21 @@
 // Usage: bench_procedural [corpus-dir] [file...]  (default: the heavy four)
 // MELD_BENCH_VERBOSE=1 lists every node and volume; failures are always listed.
 // MELD_BENCH_UNITE=1 also unites every box-overlapping pair of valid solids.
+// MELD_BENCH_TRIM=1 looks face by face at each body whose volume differs from
+// its twin solid's by more than 1e-5: whether the faces lie on the same
+// surfaces and how far apart the two readings trim them.
+#include <BRepAdaptor_Curve.hxx>
+#include <BRepAdaptor_Surface.hxx>
 #include <BRepAlgoAPI_Fuse.hxx>
+#include <BRepBuilderAPI_MakeVertex.hxx>
+#include <BRepClass_FaceClassifier.hxx>
+#include <BRepExtrema_DistShapeShape.hxx>
+#include <BRepTools.hxx>
+#include <BRep_Tool.hxx>
+#include <GeomAPI_ProjectPointOnSurf.hxx>
+#include <GeomAdaptor_Surface.hxx>
+#include <ShapeAnalysis_Edge.hxx>
+#include <TopoDS.hxx>
 #include <BRepBndLib.hxx>
 #include <BRepCheck_Analyzer.hxx>
 #include <Bnd_Box.hxx>
@@ -50,6 +64,8 @@ struct Bodies {
   int total = 0, built = 0, valid = 0;
   double volume = 0;
   std::vector<double> volumes;
+  std::vector<TopoDS_Shape> shapes;  // as built, valid or not, in `volumes` order
+  std::vector<std::string> names;
   std::vector<TopoDS_Shape> validSolids;
   std::vector<std::string> errors;
 };
@@ -91,6 +107,8 @@ Bodies buildBodies(GeometryCache& cache, double& seconds) {
     }
     out.volume += volume;
     out.volumes.push_back(volume);
+    out.shapes.push_back(shape);
+    out.names.push_back(cache.nodes().describe(node));
   }
   return out;
 }
@@ -139,9 +157,9 @@ void unitePairs(const std::vector<TopoDS_Shape>& solids) {
 // The STEP file with the same stem, read by OCCT: seconds and total solid volume.
 struct Twin {
   bool found = false;
-  int solids = 0;
   double seconds = 0, volume = 0;
   std::vector<double> volumes;
+  std::vector<TopoDS_Shape> solids;
 };
 
 Twin readTwin(const fs::path& xt) {
@@ -161,12 +179,117 @@ Twin readTwin(const fs::path& xt) {
       BRepGProp::VolumeProperties(ex.Current(), props, kVolumeAccuracy);
       twin.volume += std::abs(props.Mass());
       twin.volumes.push_back(std::abs(props.Mass()));
-      ++twin.solids;
+      twin.solids.push_back(ex.Current());
     }
     twin.found = true;
     return twin;
   }
   return twin;
+}
+
+// ---- where a body and its twin solid differ ----
+
+struct FaceAt {
+  TopoDS_Face face;
+  GeomAbs_SurfaceType type;
+  gp_Pnt centre;
+  double area;
+};
+
+std::vector<FaceAt> facesOf(const TopoDS_Shape& shape) {
+  std::vector<FaceAt> out;
+  for (TopExp_Explorer ex(shape, TopAbs_FACE); ex.More(); ex.Next()) {
+    const TopoDS_Face& face = TopoDS::Face(ex.Current());
+    GProp_GProps props;
+    BRepGProp::SurfaceProperties(face, props, kVolumeAccuracy);
+    out.push_back({face, BRepAdaptor_Surface(face).GetType(), props.CentreOfMass(), props.Mass()});
+  }
+  return out;
+}
+
+// How far the twin face's interior points lie from our face's surface.
+double surfaceGap(const TopoDS_Face& twin, const TopoDS_Face& ours) {
+  TopLoc_Location at;
+  const Handle(Geom_Surface)& surface = BRep_Tool::Surface(ours, at);
+  BRepAdaptor_Surface their(twin);
+  double u0, u1, v0, v1, worst = 0;
+  BRepTools::UVBounds(twin, u0, u1, v0, v1);
+  for (int i = 1; i < 8; ++i)
+    for (int j = 1; j < 8; ++j) {
+      gp_Pnt2d uv(u0 + (u1 - u0) * i / 8, v0 + (v1 - v0) * j / 8);
+      if (BRepClass_FaceClassifier(twin, uv, 1e-9).State() != TopAbs_IN) continue;
+      GeomAPI_ProjectPointOnSurf foot(their.Value(uv.X(), uv.Y()).Transformed(at.Transformation().Inverted()), surface);
+      if (foot.NbPoints()) worst = std::max(worst, foot.LowerDistance());
+    }
+  return worst;
+}
+
+// The largest disagreement between an edge's 3D curve and its pcurve on the
+// face, and how far the edges' points lie from the other face's boundary.
+void trimGaps(const TopoDS_Face& face, const TopoDS_Face& other, double& ownDeviation, double& boundaryGap) {
+  for (TopExp_Explorer ex(face, TopAbs_EDGE); ex.More(); ex.Next()) {
+    const TopoDS_Edge& edge = TopoDS::Edge(ex.Current());
+    double deviation = 0;
+    ShapeAnalysis_Edge().CheckSameParameter(edge, face, deviation, 23);
+    ownDeviation = std::max(ownDeviation, deviation);
+    BRepAdaptor_Curve curve(edge);
+    for (int k = 0; k <= 4; ++k) {
+      const double t = curve.FirstParameter() + (curve.LastParameter() - curve.FirstParameter()) * k / 4;
+      BRepExtrema_DistShapeShape d(BRepBuilderAPI_MakeVertex(curve.Value(t)).Vertex(), other, Extrema_ExtFlag_MIN);
+      // The distance to the other face, not to its boundary, when the point
+      // lies inside it: then the boundary is farther, and this is a bound.
+      if (d.IsDone()) boundaryGap = std::max(boundaryGap, d.Value());
+    }
+  }
+}
+
+// Faces paired by surface type and nearest centre; for each pair whose areas
+// differ, whether both lie on one surface and how far apart they are trimmed.
+void compareTrim(const std::string& name, const TopoDS_Shape& ours, const TopoDS_Shape& twin) {
+  GProp_GProps a, b;
+  BRepGProp::VolumeProperties(ours, a, kVolumeAccuracy);
+  BRepGProp::VolumeProperties(twin, b, kVolumeAccuracy);
+  const double shift = a.CentreOfMass().Distance(b.CentreOfMass());
+  std::printf("    %s: volume %.9e against %.9e (%+.2e), centres %.2e m apart\n", name.c_str(), a.Mass(), b.Mass(),
+              (a.Mass() - b.Mass()) / b.Mass(), shift);
+  if (shift > 1e-4) {
+    std::printf("      placed elsewhere in the twin: not compared face by face\n");
+    return;
+  }
+  std::vector<FaceAt> mine = facesOf(ours), theirs = facesOf(twin);
+  std::vector<bool> taken(theirs.size());
+  double surface = 0, ownDeviation = 0, twinDeviation = 0, gap = 0, areaDiff = 0;
+  int differing = 0;
+  for (const FaceAt& f : mine) {
+    int best = -1;
+    for (std::size_t j = 0; j < theirs.size(); ++j)
+      if (!taken[j] && theirs[j].type == f.type &&
+          (best < 0 || f.centre.Distance(theirs[j].centre) < f.centre.Distance(theirs[std::size_t(best)].centre)))
+        best = int(j);
+    if (best < 0) continue;
+    const FaceAt& t = theirs[std::size_t(best)];
+    taken[std::size_t(best)] = true;
+    if (std::abs(f.area - t.area) <= 1e-6 * t.area) continue;
+    ++differing;
+    areaDiff += f.area - t.area;
+    surface = std::max(surface, surfaceGap(t.face, f.face));
+    trimGaps(f.face, t.face, ownDeviation, gap);
+    trimGaps(t.face, f.face, twinDeviation, gap);
+  }
+  std::printf("      %d face pairs differ in area (ours %+.3e m2 in all); their twin faces lie within %.1e m of our\n"
+              "      surfaces; edges against their own faces: ours within %.1e m, the twin's %.1e m; boundaries\n"
+              "      up to %.1e m apart\n",
+              differing, areaDiff, surface, ownDeviation, twinDeviation, gap);
+}
+
+void compareTrims(const Bodies& bodies, const Twin& twin) {
+  for (std::size_t i = 0; i < bodies.volumes.size(); ++i) {
+    const double v = bodies.volumes[i];
+    auto best = std::min_element(twin.volumes.begin(), twin.volumes.end(),
+                                 [&](double x, double y) { return std::abs(x - v) < std::abs(y - v); });
+    if (best == twin.volumes.end() || std::abs(*best - v) <= 1e-5 * *best) continue;
+    compareTrim(bodies.names[i], bodies.shapes[i], twin.solids[std::size_t(best - twin.volumes.begin())]);
+  }
 }
 
 }  // namespace
@@ -224,7 +347,7 @@ int main(int argc, char** argv) {
     }
     if (twin.found)
       std::printf("    STEP twin: read %.3f s (receive %.3f s, ratio %.2f), %d solids, volume %.9e m3, relative difference %.2e\n",
-                  twin.seconds, decode + convert + build, twin.seconds / (decode + convert + build), twin.solids, twin.volume,
+                  twin.seconds, decode + convert + build, twin.seconds / (decode + convert + build), int(twin.solids.size()), twin.volume,
                   std::abs(bodies.volume - twin.volume) / twin.volume);
     for (const auto& r : report.nodes)
       if (!r.converted || verbose)
@@ -233,6 +356,7 @@ int main(int argc, char** argv) {
                     r.error.c_str());
     for (const auto& e : bodies.errors) std::printf("    body: %s\n", e.c_str());
     if (std::getenv("MELD_BENCH_UNITE")) unitePairs(bodies.validSolids);
+    if (twin.found && std::getenv("MELD_BENCH_TRIM")) compareTrims(bodies, twin);
     if (verbose)
       for (double v : bodies.volumes) std::printf("    body volume %.9e\n", v);
     std::fflush(stdout);
