@@ -170,6 +170,26 @@ TEST_F(SharedFuse, EachUnionLeavesATopologyThatNamesTheWholeBody) {
   EXPECT_EQ(faultsOf(bodies[0]), 0);
 }
 
+// A block and a narrower one touching it face to face, with no volume in
+// common: the face between them is shared with the two on either side of it,
+// and goes; the wider block's face is split where the other touches it.
+TEST_F(SharedFuse, BlocksTouchingFaceToFaceJoinAcrossTheFaceTheyShare) {
+  share(true);
+  PK_BODY_t wide = blockAt(1, 1, 1, 0.5, 0.5, 0);
+  PK_BODY_t narrow = blockAt(1, 0.5, 1, 1.5, 0.5, 0);
+  PK_BODY_t post = blockAt(0.3, 0.2, 1, 0.65, 0.2, 0.5);  // through the wide block's top
+  ASSERT_EQ(unite(wide, narrow), PK_boolean_result_success_c);
+  EXPECT_EQ(sharedUnionsAnswered(), 1);
+  EXPECT_NEAR(kernelVolume(wide), 1.5, 1e-9);
+  EXPECT_EQ(regionView(wide), "void:- solid:+");
+  EXPECT_EQ(faultsOf(wide), 0);
+  expectTopologyNamesItsShape(wide);
+  ASSERT_EQ(unite(wide, post), PK_boolean_result_success_c);
+  EXPECT_EQ(sharedUnionsAnswered(), 2);
+  EXPECT_NEAR(kernelVolume(wide), 1.5 + 0.3 * 0.2 * 0.5, 1e-9);
+  EXPECT_EQ(faultsOf(wide), 0);
+}
+
 // Six walls of a hollow cube, overlapping along its edges: the last union
 // closes the void inside, which becomes a cavity of the one body.
 TEST_F(SharedFuse, WallsJoinedAroundAVoidLeaveACavity) {
