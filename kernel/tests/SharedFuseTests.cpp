@@ -190,6 +190,28 @@ TEST_F(SharedFuse, BlocksTouchingFaceToFaceJoinAcrossTheFaceTheyShare) {
   EXPECT_EQ(faultsOf(wide), 0);
 }
 
+// A 3 m cube without its centre cell and without the corner cell above it,
+// built of blocks that only touch: every union joins across shared faces,
+// the last one closes the cavity, which meets the notch at one point.
+TEST_F(SharedFuse, BlocksTouchingFaceToFaceCloseACavityThatMeetsTheSkinAtAPoint) {
+  share(true);
+  std::vector<PK_BODY_t> blocks{
+      blockAt(3, 3, 1, 1.5, 1.5, 0),                                    // bottom layer
+      blockAt(2, 3, 1, 1, 1.5, 2),     blockAt(1, 2, 1, 2.5, 1, 2),     // top layer but the corner
+      blockAt(1, 3, 1, 0.5, 1.5, 1),   blockAt(1, 3, 1, 2.5, 1.5, 1),   // middle layer round the centre
+      blockAt(1, 1, 1, 1.5, 0.5, 1),   blockAt(1, 1, 1, 1.5, 2.5, 1)};
+  std::vector<PK_BODY_t> left = unitePassByPass(blocks);
+  double volume = 0;
+  for (PK_BODY_t body : left) {
+    volume += kernelVolume(body);
+    EXPECT_EQ(faultsOf(body), 0);
+  }
+  EXPECT_NEAR(volume, 27.0 - 2.0, 1e-9);
+  EXPECT_EQ(left.size(), 1u);
+  EXPECT_EQ(regionView(left[0]), "void:- solid:+- void:+");
+  EXPECT_EQ(sharedUnionsAnswered(), 6);
+}
+
 // Six walls of a hollow cube, overlapping along its edges: the last union
 // closes the void inside, which becomes a cavity of the one body.
 TEST_F(SharedFuse, WallsJoinedAroundAVoidLeaveACavity) {
