@@ -36,7 +36,8 @@ void carryAttribs(const std::vector<PK_BODY_t>& from, const BodyChange& change, 
 BodyData derivedData(const std::vector<PK_BODY_t>& from, const TopoDS_Shape& shape, const BodyChange& change) {
   BodyData data{shape, bodyData(from.front()).type, {}, nullptr};
   TagSources sources = tagSources(from, change);
-  if (change.editsTarget) data.topology = editTopology(shape, sources, bodyData(from.front()).topology);
+  if (change.faceDelta)
+    data.topology = editTopology(shape, sources, bodyData(from.front()).topology, *change.faceDelta);
   if (!data.topology) data.topology = deriveTopology(shape, sources);
   carryAttribs(from, change, data);
   return data;

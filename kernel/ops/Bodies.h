@@ -28,11 +28,11 @@ struct BodyChange {
   std::vector<PK_BODY_t> absorbed;
   std::unordered_set<PK_ENTITY_t>* used = nullptr;
   const Bnd_Box* knownBox = nullptr;  // holds the new shape (see TagSources)
-  // Set by an operation that kept most of the body's faces and whose result
-  // is a solid whose every edge lies on two of its faces: the new topology
-  // is then derived from the body's at the cost of what changed
-  // (editTopology).
-  bool editsTarget = false;
+  // Set by an operation that kept most of the body's faces, knows which it
+  // took and gave, and whose result is a solid whose every edge lies on two
+  // of its faces: the new topology is then derived from the body's at the
+  // cost of what changed (editTopology).
+  const FaceDelta* faceDelta = nullptr;
 };
 void replaceBodyShape(PK_BODY_t body, const TopoDS_Shape& shape, const BodyChange& change);
 // The payload of a body made of pieces of `from` (and of the absorbed

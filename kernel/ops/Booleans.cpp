@@ -23,6 +23,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <set>
 
 using namespace meld::kernel;
@@ -42,9 +43,9 @@ struct Outcome {
   std::string why;  // of a failure
   std::vector<TopoDS_Shape> solids;  // the result's solids, the target's first
   std::unique_ptr<ShapeHistory> history;
-  // The single solid keeps most of the target's faces and is bounded by
-  // faces that meet two at each edge (see BodyChange).
-  bool editsTarget = false;
+  // The faces the single solid took from the target and gave it, when the
+  // operation knows and its edges each lie on two faces (see BodyChange).
+  std::optional<FaceDelta> faceDelta;
 };
 
 // The fuzzy value is the tolerance asked for: default_tol, capped by max_tol
@@ -254,7 +255,7 @@ std::vector<PK_BODY_t> apply(const Request& r, const Outcome& out) {
   std::unordered_set<PK_ENTITY_t> used;
   Bnd_Box box = resultBox(r);
   BodyChange change{out.history.get(), r.tools, &used, &box};
-  change.editsTarget = out.editsTarget && out.solids.size() == 1;
+  if (out.faceDelta && out.solids.size() == 1) change.faceDelta = &*out.faceDelta;
   std::vector<BodyData> pieces;
   for (const TopoDS_Shape& solid : out.solids) pieces.push_back(derivedBodyData(r.target, solid, change));
   replaceBodyData(r.target, std::move(pieces[0]));
@@ -293,7 +294,7 @@ PK_boolean_result_t run(const Request& r, std::vector<PK_BODY_t>& bodies) {
     Outcome joined;
     joined.solids = {shared.solid};
     joined.history = std::move(shared.history);
-    joined.editsTarget = true;
+    joined.faceDelta = std::move(shared.faceDelta);
     bodies = apply(r, joined);
     return PK_boolean_result_success_c;
   }

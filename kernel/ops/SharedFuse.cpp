@@ -94,6 +94,10 @@ class FuseContext {
   void dropUnheld();
   bool facesValid(const std::vector<BoundaryFace>& boundary);
   bool insideAny(int face, unsigned mark) const;
+  FaceDelta argumentDelta(const Member& a, const std::vector<BoundaryFace>& boundary) const;
+  TopoDS_Shape faceOf(const BoundaryFace& entry) const {
+    return entry.second ? faces_[entry.first].face.Reversed() : faces_[entry.first].face;
+  }
   bool touchAtVertices(const Member& a, const Member& b);
   std::unique_ptr<ShapeHistory> historyOf(const Member& a, const Member& b, const TopoDS_Shape& solid) const;
   TopoDS_Shape joinedSolid(const std::vector<BoundaryFace>& boundary, Measures& made);
@@ -365,6 +369,23 @@ std::unique_ptr<ShapeHistory> FuseContext::historyOf(const Member& a, const Memb
   return shapeHistory;
 }
 
+// An argument's body holds its own faces, not the split ones its boundary
+// is made of: what the union took and gave is counted against those.
+FaceDelta FuseContext::argumentDelta(const Member& a, const std::vector<BoundaryFace>& boundary) const {
+  std::unordered_set<const TopoDS_TShape*> own, kept;
+  const TopoDS_Shape shape = a.shape();
+  for (TopExp_Explorer f(shape, TopAbs_FACE); f.More(); f.Next()) own.insert(f.Current().TShape().get());
+  FaceDelta delta;
+  for (const BoundaryFace& entry : boundary) {
+    const TopoDS_TShape* face = faces_[entry.first].face.TShape().get();
+    kept.insert(face);
+    if (!own.count(face)) delta.added.push_back(faceOf(entry));
+  }
+  for (TopExp_Explorer f(shape, TopAbs_FACE); f.More(); f.Next())
+    if (!kept.count(f.Current().TShape().get())) delta.removed.push_back(f.Current());
+  return delta;
+}
+
 // Whether the face lies inside an argument marked with this stamp and side.
 bool FuseContext::insideAny(int face, unsigned mark) const {
   for (int argument : faces_[face].inside)
@@ -401,9 +422,11 @@ SharedUnion FuseContext::unite(const TopoDS_Shape& targetShape, const TopoDS_Sha
   bool meet = false;
   std::vector<BoundaryFace> boundary;
   boundary.reserve(a->boundary.size() + b->boundary.size());
+  FaceDelta delta;
   for (const BoundaryFace& entry : a->boundary) {
     if (insideAny(entry.first, inB)) {
       meet = true;
+      delta.removed.push_back(faceOf(entry));
       continue;
     }
     faceMark_[entry.first] = inB;
@@ -416,9 +439,13 @@ SharedUnion FuseContext::unite(const TopoDS_Shape& targetShape, const TopoDS_Sha
     } else if (faceMark_[entry.first] == inB) {
       meet = true;
       BoundaryFace& shared = boundary[std::size_t(faceAt_[entry.first])];
-      if (shared.second != entry.second) shared.first = -1;  // the two lie on either side of it
+      if (shared.second != entry.second) {  // the two lie on either side of it
+        delta.removed.push_back(faceOf(shared));
+        shared.first = -1;
+      }
     } else {
       boundary.push_back(entry);
+      delta.added.push_back(faceOf(entry));
     }
   }
   if (!meet) {
@@ -437,6 +464,7 @@ SharedUnion FuseContext::unite(const TopoDS_Shape& targetShape, const TopoDS_Sha
   TopoDS_Shape solid = joinedSolid(boundary, made);
   if (solid.IsNull() || !volumesAgree(PK_boolean_unite_c, a->measures, {b->measures}, made, fuzzy_)) return out;
   out.history = historyOf(*a, *b, solid);
+  out.faceDelta = a->argument ? argumentDelta(*a, boundary) : std::move(delta);
   Member joined;
   joined.tshape = solid.TShape();
   joined.location = solid.Location();

@@ -11,6 +11,7 @@
 
 #include "FaceMeasures.h"
 #include "ShapeHistory.h"
+#include "session/BodyTopology.h"
 #include "pk.h"
 
 #include <TopoDS_Shape.hxx>
@@ -28,6 +29,7 @@ struct SharedUnion {
   Kind kind = Kind::notServed;
   TopoDS_Shape solid;
   std::unique_ptr<ShapeHistory> history;
+  FaceDelta faceDelta;  // the target's faces that went, and the tool's that came
 };
 
 // The union of two solid bodies from the session's fuse context, building

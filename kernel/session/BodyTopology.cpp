@@ -78,11 +78,10 @@ class Deriver {
     return topo_;
   }
 
-  BodyTopologyPtr edit(const TopoDS_Shape& shape, const BodyTopologyPtr& from) {
-    std::vector<TopoDS_Shape> faces;
-    if (!facesOfSolid(shape, faces)) return nullptr;
+  BodyTopologyPtr edit(const TopoDS_Shape& shape, const BodyTopologyPtr& from, const FaceDelta& delta) {
+    if (!solidOfFaces(shape)) return nullptr;
     const BodyTopology& old = *from;
-    editing_ = true;
+    editing_ = &old;
     topo_->editedFrom = from;
     topo_->base = old.base ? old.base : from;
     if (old.base) {
@@ -92,21 +91,12 @@ class Deriver {
     }
     for (PK_ENTITY_t tag : old.regions) drop(tag);
     for (PK_ENTITY_t tag : old.shells) drop(tag);
-    // Faces in both keep everything they hold; the new faces' sub-shapes
-    // are gathered before the old faces' are let go, so that a sub-shape a
-    // new face shares with an old one is not dropped.
-    std::unordered_set<PK_ENTITY_t> kept;
+    // The new faces' sub-shapes are gathered before the old faces' are let
+    // go, so that a sub-shape a new face shares with an old one stays.
     SubShapes made;
-    for (const TopoDS_Shape& face : faces) {
-      PK_ENTITY_t tag = old.tagOf(face);
-      if (tag != PK_ENTITY_null && old.find(tag)->shape.IsEqual(face))
-        kept.insert(tag);
-      else
-        collect(face, made);
-    }
-    for (PK_ENTITY_t tag : old.faces)
-      if (!kept.count(tag)) dropFace(old, tag, made);
-    taken_.insert(kept.begin(), kept.end());
+    for (const TopoDS_Shape& face : delta.added) collect(face, made);
+    for (const TopoDS_Shape& face : delta.removed)
+      if (PK_ENTITY_t tag = old.tagOf(face)) dropFace(old, tag, made);
     // The old order, less what went, and the new sub-entities after it.
     for (auto [list, was] : {std::pair{&topo_->faces, &old.faces}, {&topo_->loops, &old.loops},
                              {&topo_->edges, &old.edges}, {&topo_->vertices, &old.vertices}})
@@ -147,16 +137,14 @@ class Deriver {
     }
   }
 
-  // The faces of a solid made of shells of faces only (what an edit
-  // handles), in the order an explorer meets them.
-  static bool facesOfSolid(const TopoDS_Shape& shape, std::vector<TopoDS_Shape>& faces) {
+  // Whether the shape is a solid made of shells of faces only: what an
+  // edit handles.
+  static bool solidOfFaces(const TopoDS_Shape& shape) {
     if (shape.IsNull() || shape.ShapeType() != TopAbs_SOLID) return false;
     for (TopoDS_Iterator shell(shape); shell.More(); shell.Next()) {
       if (shell.Value().ShapeType() != TopAbs_SHELL) return false;
-      for (TopoDS_Iterator face(shell.Value()); face.More(); face.Next()) {
+      for (TopoDS_Iterator face(shell.Value()); face.More(); face.Next())
         if (face.Value().ShapeType() != TopAbs_FACE) return false;
-        faces.push_back(face.Value());
-      }
     }
     return true;
   }
@@ -325,9 +313,12 @@ class Deriver {
     return PK_ENTITY_null;
   }
 
+  // An edit keeps the old topology's sub-entities it did not drop: their
+  // tags are taken.
   PK_ENTITY_t lookup(const BodyTopology& previous, const SubKey& key) const {
     PK_ENTITY_t tag = previous.tagOf(key);
     if (tag == PK_ENTITY_null || taken_.count(tag)) return PK_ENTITY_null;
+    if (&previous == editing_ && !droppedSet_.count(tag)) return PK_ENTITY_null;
     return tag;
   }
 
@@ -336,7 +327,7 @@ class Deriver {
   std::unordered_set<PK_ENTITY_t> ownTaken_;
   std::unordered_set<PK_ENTITY_t>& taken_;
   PK_REGION_t infinite_ = PK_ENTITY_null;
-  bool editing_ = false;
+  const BodyTopology* editing_ = nullptr;  // the topology an edit starts from
   std::unordered_set<PK_ENTITY_t> droppedSet_;
 };
 
@@ -346,9 +337,10 @@ BodyTopologyPtr deriveTopology(const TopoDS_Shape& shape, const TagSources& sour
   return Deriver(sources).run(shape);
 }
 
-BodyTopologyPtr editTopology(const TopoDS_Shape& shape, const TagSources& sources, const BodyTopologyPtr& from) {
+BodyTopologyPtr editTopology(const TopoDS_Shape& shape, const TagSources& sources, const BodyTopologyPtr& from,
+                             const FaceDelta& delta) {
   if (!from) return nullptr;
-  return Deriver(sources).edit(shape, from);
+  return Deriver(sources).edit(shape, from, delta);
 }
 
 }  // namespace meld::kernel

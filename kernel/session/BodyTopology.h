@@ -106,14 +106,20 @@ struct TagSources {
 
 BodyTopologyPtr deriveTopology(const TopoDS_Shape& shape, const TagSources& sources);
 
+// The faces an operation took from a body's shape and the faces it gave it.
+struct FaceDelta {
+  std::vector<TopoDS_Shape> removed, added;
+};
+
 // The topology of a solid made from the one `from` describes by replacing
-// some of its faces, derived at the cost of what changed: faces in both
+// some of its faces, derived at the cost of what changed: the other faces
 // keep their sub-entities, and the loops, edges and vertices of a face that
 // went go too unless a new face has them. That is right for a solid whose
 // every edge lies on two faces: an edge a kept face shared with a face that
 // went now lies on a new face, and so does every vertex such an edge ends
 // in. Regions and shells are derived anew. Null when the shape is not a
 // solid of shells of faces; the caller then derives the whole topology.
-BodyTopologyPtr editTopology(const TopoDS_Shape& shape, const TagSources& sources, const BodyTopologyPtr& from);
+BodyTopologyPtr editTopology(const TopoDS_Shape& shape, const TagSources& sources, const BodyTopologyPtr& from,
+                             const FaceDelta& delta);
 
 }  // namespace meld::kernel

@@ -210,6 +210,7 @@ TEST_F(SharedFuse, BlocksTouchingFaceToFaceCloseACavityThatMeetsTheSkinAtAPoint)
   EXPECT_EQ(left.size(), 1u);
   EXPECT_EQ(regionView(left[0]), "void:- solid:+- void:+");
   EXPECT_EQ(sharedUnionsAnswered(), 6);
+  expectTopologyNamesItsShape(left[0]);
 }
 
 // Six walls of a hollow cube, overlapping along its edges: the last union

@@ -2,14 +2,19 @@
 // validity check, on bodies the kernel makes.
 #include "TopologyHelpers.h"
 #include "ops/Bodies.h"
+#include "session/BodyTopology.h"
 
+#include <BRepBuilderAPI_MakeFace.hxx>
 #include <BRepBuilderAPI_MakeSolid.hxx>
+#include <BRepPrimAPI_MakeBox.hxx>
+#include <BRepTools.hxx>
 #include <BRep_Builder.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopoDS.hxx>
 #include <TopoDS_Shell.hxx>
 
 #include <algorithm>
+#include <set>
 #include <cmath>
 
 using namespace kerneltest;
@@ -209,4 +214,42 @@ TEST_F(Topology, CheckFindsAMissingFaceAndPassesAGoodBody) {
   PK_BODY_check_o_m(first);
   first.max_faults = 0;
   EXPECT_EQ(PK_BODY_check(broken, &first, &n, &faults), PK_ERROR_check_error);
+}
+
+// An edit hands an old tag to a new face through its origin only when the
+// old face went: a history naming a face the shape kept cannot give its tag
+// to a second face.
+TEST(TopologyEdit, AKeptFacesTagGoesToNoNewFace) {
+  const TopoDS_Shape box = BRepPrimAPI_MakeBox(1, 1, 1).Shape();
+  PK_ENTITY_t next = 1000;
+  meld::kernel::TagSources fresh;
+  fresh.fresh = [&] { return next++; };
+  const meld::kernel::BodyTopologyPtr old = meld::kernel::deriveTopology(box, fresh);
+  // The same box with its first face rebuilt on the same wire: a new face.
+  std::vector<TopoDS_Shape> faces;
+  for (TopExp_Explorer f(box, TopAbs_FACE); f.More(); f.Next()) faces.push_back(f.Current());
+  TopoDS_Face rebuilt = BRepBuilderAPI_MakeFace(BRepTools::OuterWire(TopoDS::Face(faces[0])), true).Face();
+  rebuilt.Orientation(faces[0].Orientation());
+  BRep_Builder builder;
+  TopoDS_Shell shell;
+  builder.MakeShell(shell);
+  builder.Add(shell, rebuilt);
+  for (std::size_t i = 1; i < faces.size(); ++i) builder.Add(shell, faces[i]);
+  TopoDS_Solid solid;
+  builder.MakeSolid(solid);
+  builder.Add(solid, shell);
+  meld::kernel::TagSources sources = fresh;
+  sources.previous = {old.get()};
+  const TopoDS_TShape* kept = faces[1].TShape().get();
+  sources.origin = [&](const TopoDS_Shape& s) { return s.IsSame(rebuilt) ? kept : nullptr; };
+  meld::kernel::FaceDelta delta{{faces[0]}, {rebuilt}};
+  const meld::kernel::BodyTopologyPtr edited = meld::kernel::editTopology(solid, sources, old, delta);
+  ASSERT_TRUE(edited);
+  const PK_ENTITY_t keptTag = old->tagOf(faces[1]);
+  EXPECT_EQ(edited->tagOf(faces[1]), keptTag);
+  EXPECT_NE(edited->tagOf(rebuilt), keptTag);
+  EXPECT_EQ(edited->tagOf(faces[0]), PK_ENTITY_null);
+  std::set<PK_ENTITY_t> tags(edited->faces.begin(), edited->faces.end());
+  EXPECT_EQ(tags.size(), 6u);
+  EXPECT_EQ(edited->edges.size(), old->edges.size());
 }
