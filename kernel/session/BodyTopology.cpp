@@ -23,22 +23,21 @@ PK_ENTITY_t BodyTopology::tagOf(const TopoDS_Shape& shape, SubRole role) const {
   return tagOf(SubKey{shape.IsNull() ? nullptr : shape.TShape().get(), role});
 }
 
-// A base's tag counts unless it is hidden or this topology gives it another
-// sub-shape.
+// A base's tag counts unless it is hidden (which it is too when this
+// topology gives it another sub-shape).
 PK_ENTITY_t BodyTopology::tagOf(const SubKey& key) const {
   auto it = byKey.find(key);
   if (it != byKey.end()) return it->second;
   if (!base) return PK_ENTITY_null;
   PK_ENTITY_t tag = base->tagOf(key);
-  if (tag == PK_ENTITY_null || hidden.count(tag) || entities.count(tag)) return PK_ENTITY_null;
-  return tag;
+  return hidden.count(tag) ? PK_ENTITY_null : tag;
 }
 
 void BodyTopology::forEachTag(const std::function<void(PK_ENTITY_t)>& visit) const {
   for (const auto& entry : entities) visit(entry.first);
   if (!base) return;
   for (const auto& entry : base->entities)
-    if (!hidden.count(entry.first) && !entities.count(entry.first)) visit(entry.first);
+    if (!hidden.count(entry.first)) visit(entry.first);
 }
 
 namespace {
@@ -166,7 +165,9 @@ class Deriver {
     }
   }
 
-  // Takes the sub-entity out of the topology being edited.
+  // Takes the sub-entity out of the topology being edited. An edit gives an
+  // old tag to a new sub-shape only once it has dropped it, so every base
+  // tag this topology redefines is hidden too.
   void drop(PK_ENTITY_t tag) {
     auto it = topo_->entities.find(tag);
     if (it != topo_->entities.end()) {
@@ -193,7 +194,7 @@ class Deriver {
     for (const auto& [key, tag] : base.byKey)
       if (topo_->tagOf(key) == tag) whole->byKey.emplace(key, tag);
     for (const auto& [tag, entity] : base.entities)
-      if (!topo_->hidden.count(tag) && !topo_->entities.count(tag)) whole->entities.emplace(tag, entity);
+      if (!topo_->hidden.count(tag)) whole->entities.emplace(tag, entity);
     for (const auto& entry : topo_->entities) whole->entities.insert(entry);
     for (const auto& entry : topo_->byKey) whole->byKey.insert(entry);
     whole->editedFrom = topo_->editedFrom;

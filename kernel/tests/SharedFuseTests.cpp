@@ -11,6 +11,7 @@
 #include <BRepBuilderAPI_NurbsConvert.hxx>
 #include <BRepPrimAPI_MakeBox.hxx>
 #include <TopExp.hxx>
+#include <TopExp_Explorer.hxx>
 #include <TopTools_IndexedMapOfShape.hxx>
 
 #include <algorithm>
@@ -146,11 +147,21 @@ TEST_F(SharedFuse, EachUnionLeavesATopologyThatNamesTheWholeBody) {
   int edited = 0, madeWhole = 0;
   for (std::size_t i = 1; i < bodies.size(); ++i) {
     const meld::kernel::BodyTopologyPtr before = meld::kernel::bodyData(bodies[0]).topology;
+    const TopoDS_Shape oldShape = meld::kernel::bodyData(bodies[0]).shape;
     ASSERT_EQ(unite(bodies[0], bodies[i]), PK_boolean_result_success_c) << "tool " << i;
     const meld::kernel::BodyTopology& after = meld::kernel::bodyTopology(bodies[0]);
     edited += after.editedFrom.lock() == before;
     madeWhole += after.editedFrom.lock() == before && !after.base;
     expectTopologyNamesItsShape(bodies[0]);
+    // What went has no tag any more: the old solid and the faces the union took.
+    const TopoDS_Shape& newShape = meld::kernel::bodyData(bodies[0]).shape;
+    EXPECT_EQ(after.tagOf(oldShape), PK_ENTITY_null);
+    EXPECT_NE(after.tagOf(newShape), PK_ENTITY_null);
+    TopTools_IndexedMapOfShape nowFaces;
+    TopExp::MapShapes(newShape, TopAbs_FACE, nowFaces);
+    for (TopExp_Explorer f(oldShape, TopAbs_FACE); f.More(); f.Next()) {
+      if (!nowFaces.Contains(f.Current())) EXPECT_EQ(after.tagOf(f.Current()), PK_ENTITY_null);
+    }
     const auto& table = meld::kernel::session().table;
     for (PK_ENTITY_t tag : before->faces) {
       const meld::kernel::SubEntity* now = after.find(tag);
@@ -168,6 +179,15 @@ TEST_F(SharedFuse, EachUnionLeavesATopologyThatNamesTheWholeBody) {
   EXPECT_GT(madeWhole, 0);
   EXPECT_LT(madeWhole, 5);
   EXPECT_EQ(faultsOf(bodies[0]), 0);
+  // The last edit kept its base: deleting the body lets go of the base's
+  // sub-entities too.
+  const meld::kernel::BodyTopology& last = meld::kernel::bodyTopology(bodies[0]);
+  ASSERT_TRUE(last.base);
+  std::vector<PK_ENTITY_t> tags;
+  for (const auto* list : {&last.regions, &last.shells, &last.faces, &last.loops, &last.edges, &last.vertices})
+    tags.insert(tags.end(), list->begin(), list->end());
+  ASSERT_EQ(PK_ENTITY_delete(1, &bodies[0]), PK_ERROR_no_errors);
+  for (PK_ENTITY_t tag : tags) EXPECT_EQ(meld::kernel::session().table.bodyOfSubEntity(tag), PK_ENTITY_null);
 }
 
 // A block and a narrower one touching it face to face, with no volume in
