@@ -18,6 +18,8 @@
 #include <BRepExtrema_DistShapeShape.hxx>
 #include <BRepTools.hxx>
 #include <BRep_Tool.hxx>
+#include <TopoDS_Compound.hxx>
+#include <BRep_Builder.hxx>
 #include <GeomAPI_ProjectPointOnSurf.hxx>
 #include <GeomAdaptor_Surface.hxx>
 #include <ShapeAnalysis_Edge.hxx>
@@ -227,6 +229,10 @@ double surfaceGap(const TopoDS_Face& twin, const TopoDS_Face& ours) {
 // The largest disagreement between an edge's 3D curve and its pcurve on the
 // face, and how far the edges' points lie from the other face's boundary.
 void trimGaps(const TopoDS_Face& face, const TopoDS_Face& other, double& ownDeviation, double& boundaryGap) {
+  BRep_Builder builder;
+  TopoDS_Compound boundary;
+  builder.MakeCompound(boundary);
+  for (TopExp_Explorer ex(other, TopAbs_EDGE); ex.More(); ex.Next()) builder.Add(boundary, ex.Current());
   for (TopExp_Explorer ex(face, TopAbs_EDGE); ex.More(); ex.Next()) {
     const TopoDS_Edge& edge = TopoDS::Edge(ex.Current());
     double deviation = 0;
@@ -235,9 +241,7 @@ void trimGaps(const TopoDS_Face& face, const TopoDS_Face& other, double& ownDevi
     BRepAdaptor_Curve curve(edge);
     for (int k = 0; k <= 4; ++k) {
       const double t = curve.FirstParameter() + (curve.LastParameter() - curve.FirstParameter()) * k / 4;
-      BRepExtrema_DistShapeShape d(BRepBuilderAPI_MakeVertex(curve.Value(t)).Vertex(), other, Extrema_ExtFlag_MIN);
-      // The distance to the other face, not to its boundary, when the point
-      // lies inside it: then the boundary is farther, and this is a bound.
+      BRepExtrema_DistShapeShape d(BRepBuilderAPI_MakeVertex(curve.Value(t)).Vertex(), boundary, Extrema_ExtFlag_MIN);
       if (d.IsDone()) boundaryGap = std::max(boundaryGap, d.Value());
     }
   }

@@ -88,7 +88,6 @@ class FuseContext {
   int answered() const { return answered_; }
  private:
   const Member* find(const TopoDS_Shape& shape) const;
-  bool indexFaces(const FaceSplitter& split, int arguments);
   int indexFace(const TopoDS_Shape& face);
   void validate(const std::vector<TopoDS_Shape>& solids, std::vector<std::vector<BoundaryFace>>& boundaries);
   void dropUnheld();
