@@ -682,9 +682,32 @@ typedef struct PK_BODY_boolean_o_s {
    (o).merge_imprinted = PK_LOGICAL_false, (o).allow_disjoint = PK_LOGICAL_false, \
    (o).default_tol = 1.0e-5, (o).max_tol = 0.0, (o).tracking = PK_LOGICAL_false)
 
+/* What became of the faces, edges and vertices an operation touched. */
+typedef int PK_TOPOL_track_t;
+#define PK_TOPOL_track_delete_c 27040 /* originals gone, no products */
+#define PK_TOPOL_track_merge_c 27041  /* several originals, one survivor */
+#define PK_TOPOL_track_create_c 27042 /* new products; originals: what they were inferred from */
+#define PK_TOPOL_track_split_c 27043  /* one original, divided into the products */
+#define PK_TOPOL_track_derive_c 27044 /* several originals, several products */
+
+typedef struct PK_TOPOL_track_record_r_s {
+  PK_TOPOL_track_t track;
+  int n_original_topols;
+  int* original_topols;          /* may name entities that no longer exist */
+  PK_CLASS_t* original_classes;  /* the class of each original */
+  int n_product_topols;
+  PK_TOPOL_t* product_topols;
+} PK_TOPOL_track_record_r_t;
+
+/* Filled only when the operation's options ask for tracking. The internal
+ * fields hold the arrays the records point into; PK_TOPOL_track_r_f frees
+ * them, and nothing else may. */
 typedef struct PK_TOPOL_track_r_s {
   int n_track_records;
-  void* track_records; /* not filled by this kernel (NULL) */
+  PK_TOPOL_track_record_r_t* track_records;
+  int* internal_origs;
+  PK_CLASS_t* internal_classes;
+  int* internal_prods;
 } PK_TOPOL_track_r_t;
 
 typedef struct PK_boolean_r_s {

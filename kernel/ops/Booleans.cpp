@@ -6,6 +6,7 @@
 #include "Bodies.h"
 #include "LastError.h"
 #include "SharedFuse.h"
+#include "Tracking.h"
 #include "session/KernelError.h"
 #include "session/Memory.h"
 #include "session/Parallelism.h"
@@ -36,6 +37,7 @@ struct Request {
   std::vector<PK_BODY_t> tools;
   double fuzzy = 0;
   bool allowDisjoint = false;  // a result in several solids stays one body
+  bool tracking = false;       // tracking records asked for
 };
 
 struct Outcome {
@@ -68,7 +70,7 @@ Request readRequest(PK_BODY_t target, int n_tools, const PK_BODY_t* tools, const
   require(n_tools >= 1, PK_ERROR_bad_value);
   requireArg(tools);
   Request request{o.function, target, std::vector<PK_BODY_t>(tools, tools + n_tools), fuzzyValue(o),
-                  o.allow_disjoint == PK_LOGICAL_true};
+                  o.allow_disjoint == PK_LOGICAL_true, o.tracking == PK_LOGICAL_true};
   bodyData(target);
   for (PK_BODY_t tool : request.tools) bodyData(tool);
   std::set<PK_BODY_t> distinct(request.tools.begin(), request.tools.end());
@@ -249,15 +251,25 @@ void removeTool(PK_BODY_t tool) {
   table.remove(tool);
 }
 
+// The tracking records of an accepted result, told before the table changes
+// (the pieces' topologies already hold the tags the result bodies will have).
+void track(const Request& r, const Outcome& out, const std::vector<BodyData>& pieces, PK_TOPOL_track_r_t* tracking) {
+  std::vector<BodyTopologyPtr> inputs{bodyData(r.target).topology}, results;
+  for (PK_BODY_t tool : r.tools) inputs.push_back(bodyData(tool).topology);
+  for (const BodyData& piece : pieces) results.push_back(piece.topology);
+  TopologyTracker(std::move(inputs)).report(out.history ? *out.history : ShapeHistory(), results, tracking);
+}
+
 // The accepted result goes into the table: the target takes the first solid,
 // further solids become new bodies, the tools go.
-std::vector<PK_BODY_t> apply(const Request& r, const Outcome& out) {
+std::vector<PK_BODY_t> apply(const Request& r, const Outcome& out, PK_TOPOL_track_r_t* tracking) {
   std::unordered_set<PK_ENTITY_t> used;
   Bnd_Box box = resultBox(r);
   BodyChange change{out.history.get(), r.tools, &used, &box};
   if (out.faceDelta && out.solids.size() == 1) change.faceDelta = &*out.faceDelta;
   std::vector<BodyData> pieces;
   for (const TopoDS_Shape& solid : out.solids) pieces.push_back(derivedBodyData(r.target, solid, change));
+  if (r.tracking && tracking) track(r, out, pieces, tracking);
   replaceBodyData(r.target, std::move(pieces[0]));
   std::vector<PK_BODY_t> bodies{r.target};
   for (std::size_t i = 1; i < pieces.size(); ++i) bodies.push_back(createBody(std::move(pieces[i])));
@@ -283,7 +295,7 @@ SharedUnion sharedUnion(const Request& r) {
   }
 }
 
-PK_boolean_result_t run(const Request& r, std::vector<PK_BODY_t>& bodies) {
+PK_boolean_result_t run(const Request& r, std::vector<PK_BODY_t>& bodies, PK_TOPOL_track_r_t* tracking) {
   if (std::find(r.tools.begin(), r.tools.end(), r.target) != r.tools.end()) return PK_boolean_result_is_tool_c;
   if (!allSolid(r)) return PK_boolean_result_not_solid_c;
   bool clash = r.function == PK_boolean_intersect_c ? allBoxesClash(r) : anyBoxClash(r);
@@ -295,7 +307,7 @@ PK_boolean_result_t run(const Request& r, std::vector<PK_BODY_t>& bodies) {
     joined.solids = {shared.solid};
     joined.history = std::move(shared.history);
     joined.faceDelta = std::move(shared.faceDelta);
-    bodies = apply(r, joined);
+    bodies = apply(r, joined, tracking);
     return PK_boolean_result_success_c;
   }
   // Exact intersection first: a fuzzy value makes OCCT's boolean markedly
@@ -317,7 +329,7 @@ PK_boolean_result_t run(const Request& r, std::vector<PK_BODY_t>& bodies) {
     if (out.code != PK_boolean_result_failed_c && out.code != PK_boolean_result_no_clash_c) break;
   }
   if (out.code == PK_boolean_result_failed_c) setLastMessage("boolean failed: " + out.why);
-  if (out.code == PK_boolean_result_success_c) bodies = apply(r, out);
+  if (out.code == PK_boolean_result_success_c) bodies = apply(r, out, tracking);
   return out.code;
 }
 
@@ -329,11 +341,11 @@ extern "C" PK_ERROR_code_t PK_BODY_boolean_2(PK_BODY_t target, int n_tools, cons
   return guarded([&] {
     requireArg(results);
     *results = PK_boolean_r_t{PK_boolean_result_failed_c, 0, nullptr};
-    if (tracking) *tracking = PK_TOPOL_track_r_t{0, nullptr};
+    if (tracking) *tracking = PK_TOPOL_track_r_t{0, nullptr, nullptr, nullptr, nullptr};
     clearLastMessage();
     Request request = readRequest(target, n_tools, tools, options);
     std::vector<PK_BODY_t> bodies;
-    results->result = run(request, bodies);
+    results->result = run(request, bodies, tracking);
     handOut(bodies, &results->n_bodies, &results->bodies);
   });
 }
@@ -349,6 +361,10 @@ extern "C" PK_ERROR_code_t PK_boolean_r_f(PK_boolean_r_t* results) {
 extern "C" PK_ERROR_code_t PK_TOPOL_track_r_f(PK_TOPOL_track_r_t* tracking) {
   return guarded([&] {
     requireArg(tracking);
-    *tracking = PK_TOPOL_track_r_t{0, nullptr};
+    kernelFree(tracking->track_records);
+    kernelFree(tracking->internal_origs);
+    kernelFree(tracking->internal_classes);
+    kernelFree(tracking->internal_prods);
+    *tracking = PK_TOPOL_track_r_t{0, nullptr, nullptr, nullptr, nullptr};
   });
 }

@@ -347,9 +347,10 @@ TopoDS_Shape FuseContext::joinedSolid(const std::vector<BoundaryFace>& boundary,
   return solid;
 }
 
-// Faces of an argument become their split faces (the split's history);
-// faces of a union the context made are already split and persist or
-// vanish. Both solids are taken into the new one, the target's first.
+// Faces, edges and vertices of an argument become their split pieces (the
+// split's history); those of a union the context made are already split and
+// persist or vanish. Both solids are taken into the new one, the target's
+// first.
 std::unique_ptr<ShapeHistory> FuseContext::historyOf(const Member& a, const Member& b, const TopoDS_Shape& solid) const {
   Handle(BRepTools_History) history = new BRepTools_History;
   std::vector<TopoDS_Shape> arguments;
@@ -358,10 +359,12 @@ std::unique_ptr<ShapeHistory> FuseContext::historyOf(const Member& a, const Memb
     history->AddModified(shape, solid);
     if (!m->argument) continue;
     arguments.push_back(shape);
-    for (TopExp_Explorer f(shape, TopAbs_FACE); f.More(); f.Next()) {
-      if (history->IsRemoved(f.Current()) || !history->Modified(f.Current()).IsEmpty()) continue;
-      for (const TopoDS_Shape& piece : history_->Modified(f.Current())) history->AddModified(f.Current(), piece);
-    }
+    for (TopAbs_ShapeEnum type : {TopAbs_FACE, TopAbs_EDGE, TopAbs_VERTEX})
+      for (TopExp_Explorer ex(shape, type); ex.More(); ex.Next()) {
+        const TopoDS_Shape& old = ex.Current();
+        if (history->IsRemoved(old) || !history->Modified(old).IsEmpty()) continue;
+        for (const TopoDS_Shape& piece : history_->Modified(old)) history->AddModified(old, piece);
+      }
   }
   auto shapeHistory = std::make_unique<ShapeHistory>(history, arguments);
   shapeHistory->addOrigin(solid, a.shape());
