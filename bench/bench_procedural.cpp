@@ -7,9 +7,10 @@
 // Usage: bench_procedural [corpus-dir] [file...]  (default: the heavy four)
 // MELD_BENCH_VERBOSE=1 lists every node and volume; failures are always listed.
 // MELD_BENCH_UNITE=1 also unites every box-overlapping pair of valid solids.
-// MELD_BENCH_TRIM=1 looks face by face at each body whose volume differs from
-// its twin solid's by more than 1e-5: whether the faces lie on the same
-// surfaces and how far apart the two readings trim them.
+// MELD_BENCH_TRIM=1 places every body as the file does and looks face by face
+// at each whose volume differs from its twin solid's by more than 1e-5:
+// whether the faces lie on the same surfaces and how far apart the two
+// readings trim them.
 #include <BRepAdaptor_Curve.hxx>
 #include <BRepAdaptor_Surface.hxx>
 #include <BRepAlgoAPI_Fuse.hxx>
@@ -33,6 +34,8 @@
 #include <Interface_Static.hxx>
 #include <STEPControl_Reader.hxx>
 #include <TopExp_Explorer.hxx>
+#include <TopLoc_Location.hxx>
+#include <gp_Trsf.hxx>
 
 #include <algorithm>
 #include <chrono>
@@ -46,6 +49,7 @@
 
 #include "Codec.h"
 #include "model/BodyBuilder.h"
+#include "model/PartPlan.h"
 #include "model/procedural/Survey.h"
 
 namespace fs = std::filesystem;
@@ -286,13 +290,77 @@ void compareTrim(const std::string& name, const TopoDS_Shape& ours, const TopoDS
               differing, areaDiff, surface, ownDeviation, twinDeviation, gap);
 }
 
-void compareTrims(const Bodies& bodies, const Twin& twin) {
-  for (std::size_t i = 0; i < bodies.volumes.size(); ++i) {
-    const double v = bodies.volumes[i];
+// ---- where the file places each body ----
+
+gp_Trsf trsfOf(const std::array<std::array<double, 4>, 4>& m, bool transposed) {
+  gp_Trsf t;
+  auto r = [&](int i, int j) { return transposed ? m[j][i] : m[i][j]; };
+  t.SetValues(r(0, 0), r(0, 1), r(0, 2), m[0][3], r(1, 0), r(1, 1), r(1, 2), m[1][3], r(2, 0), r(2, 1), r(2, 2),
+              m[2][3]);
+  return t;
+}
+
+struct Placement {
+  size_t body;    // into PartPlan::bodies
+  gp_Trsf trsf;   // the instance rotations read row by row, as the kernel reads them
+  gp_Trsf other;  // the same rotations read column by column
+};
+
+// Every placement of every body: the instance transforms composed from the
+// file's roots down (a body two instances use has two).
+void place(const PartPlan& plan, const PartRef& ref, const gp_Trsf& trsf, const gp_Trsf& other,
+           std::vector<Placement>& out) {
+  if (ref.kind == PartRef::Body) {
+    out.push_back({ref.index, trsf, other});
+    return;
+  }
+  for (const InstanceSpec& inst : plan.assemblies[ref.index].instances)
+    place(plan, inst.part, inst.matrix ? trsf * trsfOf(*inst.matrix, false) : trsf,
+          inst.matrix ? other * trsfOf(*inst.matrix, true) : other, out);
+}
+
+gp_Pnt centreOf(const TopoDS_Shape& shape) {
+  GProp_GProps props;
+  BRepGProp::VolumeProperties(shape, props, kVolumeAccuracy);
+  return props.CentreOfMass();
+}
+
+// Each placed body whose volume differs from its twin solid's by more than
+// 1e-5, against the twin solid of that volume nearest to where the file puts
+// it; and whether the twin puts it where the rotations read row by row put
+// it or where read column by column.
+void compareTrims(const Bodies& bodies, const Twin& twin, const meld::xt::Graph& graph) {
+  const PartPlan plan = readParts(graph);
+  std::vector<Placement> placements;
+  for (const PartRef& root : plan.roots) place(plan, root, gp_Trsf(), gp_Trsf(), placements);
+  std::vector<gp_Pnt> twinCentres;
+  for (const TopoDS_Shape& solid : twin.solids) twinCentres.push_back(centreOf(solid));
+  std::vector<double> volumes;
+  for (const BodySpec& body : plan.bodies) volumes.push_back(solidVolume(body.shape));
+  double placed = 0;
+  for (const Placement& p : placements) placed += volumes[p.body];
+  std::printf("    %zu bodies placed %zu times: volume %.9e m3 against the twin's %.9e (%+.2e)\n", plan.bodies.size(),
+              placements.size(), placed, twin.volume, (placed - twin.volume) / twin.volume);
+  for (const Placement& p : placements) {
+    const TopoDS_Shape& shape = plan.bodies[p.body].shape;
+    const double v = volumes[p.body];
     auto best = std::min_element(twin.volumes.begin(), twin.volumes.end(),
                                  [&](double x, double y) { return std::abs(x - v) < std::abs(y - v); });
     if (best == twin.volumes.end() || std::abs(*best - v) <= 1e-5 * *best) continue;
-    compareTrim(bodies.names[i], bodies.shapes[i], twin.solids[std::size_t(best - twin.volumes.begin())]);
+    const gp_Pnt rows = centreOf(shape).Transformed(p.trsf), columns = centreOf(shape).Transformed(p.other);
+    // Of the twin solids of about that volume, the one nearest the placed body.
+    size_t nearest = size_t(best - twin.volumes.begin());
+    for (size_t j = 0; j < twin.solids.size(); ++j)
+      if (std::abs(twin.volumes[j] - *best) <= 1e-3 * *best &&
+          twinCentres[j].Distance(rows) < twinCentres[nearest].Distance(rows))
+        nearest = j;
+    auto named = std::find_if(bodies.volumes.begin(), bodies.volumes.end(),
+                              [&](double w) { return std::abs(w - v) <= 1e-12 * v; });
+    const std::string name =
+        named == bodies.volumes.end() ? "a body" : bodies.names[size_t(named - bodies.volumes.begin())];
+    std::printf("    %s as placed: the twin solid is %.2e m from it with the rotations read by rows, %.2e m by columns\n",
+                name.c_str(), twinCentres[nearest].Distance(rows), twinCentres[nearest].Distance(columns));
+    compareTrim(name, shape.Moved(TopLoc_Location(p.trsf)), twin.solids[nearest]);
   }
 }
 
@@ -360,7 +428,7 @@ int main(int argc, char** argv) {
                     r.error.c_str());
     for (const auto& e : bodies.errors) std::printf("    body: %s\n", e.c_str());
     if (std::getenv("MELD_BENCH_UNITE")) unitePairs(bodies.validSolids);
-    if (twin.found && std::getenv("MELD_BENCH_TRIM")) compareTrims(bodies, twin);
+    if (twin.found && std::getenv("MELD_BENCH_TRIM")) compareTrims(bodies, twin, graph);
     if (verbose)
       for (double v : bodies.volumes) std::printf("    body volume %.9e\n", v);
     std::fflush(stdout);

@@ -111,25 +111,35 @@ std::vector<SolidMeasure> stepSolids(const std::filesystem::path& file) {
   return solids;
 }
 
+// The STEP file beside an XT file with the same stem, if any.
+std::filesystem::path twinOf(const std::filesystem::path& xt) {
+  for (const char* ext : {".step", ".stp", ".STEP", ".STP"}) {
+    std::filesystem::path candidate = xt;
+    candidate.replace_extension(ext);
+    if (std::filesystem::exists(candidate)) return candidate;
+  }
+  return {};
+}
+
+// The solids the file's parts place in space, as the kernel receives them.
+std::vector<SolidMeasure> placedSolids(const std::filesystem::path& corpus, const std::string& file) {
+  putPartFile(file, meldtest::readFile(corpus / file));
+  std::vector<PK_PART_t> parts;
+  EXPECT_EQ(receive(file, &parts), PK_ERROR_no_errors) << lastMessage();
+  std::vector<SolidMeasure> ours;
+  for (PK_PART_t part : parts) placeSolids(part, gp_Trsf(), ours);
+  return ours;
+}
+
 TEST_F(StepTwins, LoadedFilesAgreeWithOcctsStepReaderOnVolumeAndPlacement) {
   MELD_REQUIRE_CORPUS(corpus);
   int compared = 0;
   for (const CensusRow& row : readCensus(corpus)) {
     if (row.procedural) continue;
-    const std::filesystem::path xt = corpus / row.file;
-    std::filesystem::path twin;
-    for (const char* ext : {".step", ".stp", ".STEP", ".STP"}) {
-      std::filesystem::path candidate = xt;
-      candidate.replace_extension(ext);
-      if (std::filesystem::exists(candidate)) twin = candidate;
-    }
+    const std::filesystem::path twin = twinOf(corpus / row.file);
     if (twin.empty()) continue;
     SCOPED_TRACE(row.file);
-    putPartFile(row.file, meldtest::readFile(xt));
-    std::vector<PK_PART_t> parts;
-    ASSERT_EQ(receive(row.file, &parts), PK_ERROR_no_errors) << lastMessage();
-    std::vector<SolidMeasure> ours;
-    for (PK_PART_t part : parts) placeSolids(part, gp_Trsf(), ours);
+    std::vector<SolidMeasure> ours = placedSolids(corpus, row.file);
     const std::vector<SolidMeasure> theirs = stepSolids(twin);
     ASSERT_EQ(ours.size(), theirs.size());
     const gp_XYZ shift = meanCentre(theirs) - meanCentre(ours);
@@ -142,12 +152,37 @@ TEST_F(StepTwins, LoadedFilesAgreeWithOcctsStepReaderOnVolumeAndPlacement) {
     const double size = std::cbrt(totalVolume(theirs));
     std::vector<gp_XYZ> a = layout(ours), b = layout(theirs);
     for (std::size_t i = 0; i < a.size(); ++i) EXPECT_LT((a[i] - b[i]).Modulus(), 1e-6 * size) << "solid " << i;
-    if (parts.size() == 1 && meld::kernel::session().table.get(parts[0]).cls == PK_CLASS_body) {
+    if (ours.size() == 1) {
       EXPECT_LT(shift.Modulus(), 1e-6 * size);
     }
     ++compared;
   }
   EXPECT_GT(compared, 0);
+}
+
+// The twins of files with procedural geometry: every solid sits where the
+// twin puts one of about its volume. nxcmp-Brake_Piston's instances turn
+// bodies about axes that tell the rotation's rows from its columns (read by
+// columns, two of them would sit 3.6 and 13 cm away). Volumes agree to 1e-4
+// of the whole: the twin trims some faces at about the file's own edge
+// tolerance (kernel/README.md).
+TEST_F(StepTwins, ProceduralFilesPlaceEverySolidWhereTheTwinDoes) {
+  MELD_REQUIRE_CORPUS(corpus);
+  for (const std::string file : {"nxcmp-Brake_Piston.x_t", "drone-Drone_body_V2.x_t"}) {
+    const std::filesystem::path twin = twinOf(corpus / file);
+    if (!std::filesystem::exists(corpus / file) || twin.empty()) continue;
+    SCOPED_TRACE(file);
+    const std::vector<SolidMeasure> ours = placedSolids(corpus, file), theirs = stepSolids(twin);
+    ASSERT_EQ(ours.size(), theirs.size());
+    EXPECT_NEAR(totalVolume(ours), totalVolume(theirs), 1e-4 * totalVolume(theirs));
+    for (std::size_t i = 0; i < ours.size(); ++i) {
+      double nearest = 1e9;
+      for (const SolidMeasure& t : theirs)
+        if (std::abs(t.volume - ours[i].volume) <= 1e-3 * t.volume)
+          nearest = std::min(nearest, (t.centre - ours[i].centre).Modulus());
+      EXPECT_LT(nearest, 1e-5) << "solid " << i << " of volume " << ours[i].volume;
+    }
+  }
 }
 
 }  // namespace
