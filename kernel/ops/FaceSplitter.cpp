@@ -12,8 +12,7 @@ namespace meld::kernel {
 namespace {
 
 // The general fuse's own stages, stopped once the faces are split and
-// classified. The solids rebuilt from split faces (OCCT's drafts) make the
-// result, so that its history covers every split face.
+// classified, and the solids rebuilt from split faces (OCCT's drafts).
 class SplitFacesBuilder : public BOPAlgo_Builder {
  public:
   std::vector<TopoDS_Shape> drafts;
@@ -50,7 +49,6 @@ class SplitFacesBuilder : public BOPAlgo_Builder {
       inside.push_back(in ? *in : TopTools_ListOfShape());
     }
     myShape = result;
-    PrepareHistory(Message_ProgressRange());
     // OCCT's tolerance post-treatment of all split faces is left out: a
     // union checks every face OCCT made before putting it on its boundary,
     // so a face that treatment would have mended is refused instead (and
@@ -84,8 +82,18 @@ bool FaceSplitter::perform(const std::vector<TopoDS_Shape>& solids, double fuzzy
   if (builder.HasErrors() || builder.drafts.size() != solids.size()) return false;
   drafts_ = std::move(builder.drafts);
   inside_ = std::move(builder.inside);
-  history_ = builder.History();
-  return !history_.IsNull();
+  pieces_ = SplitPieces(builder.Images(), builder.ShapesSD());
+  return true;
+}
+
+TopTools_ListOfShape SplitPieces::of(const TopoDS_Shape& shape) const {
+  TopTools_ListOfShape pieces;
+  if (const TopTools_ListOfShape* images = images_.Seek(shape))
+    for (const TopoDS_Shape& piece : *images) {
+      const TopoDS_Shape* one = sameDomain_.Seek(piece);
+      pieces.Append(one ? *one : piece);
+    }
+  return pieces;
 }
 
 }  // namespace meld::kernel

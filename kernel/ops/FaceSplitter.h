@@ -5,7 +5,8 @@
 // of all of them, about half of a general fuse, are not built.
 #pragma once
 
-#include <BRepTools_History.hxx>
+#include <TopTools_DataMapOfShapeListOfShape.hxx>
+#include <TopTools_DataMapOfShapeShape.hxx>
 #include <TopTools_ListOfShape.hxx>
 #include <TopoDS_Shape.hxx>
 
@@ -13,6 +14,24 @@
 #include <vector>
 
 namespace meld::kernel {
+
+// What the split made of the solids' faces, edges and vertices: OCCT's
+// images of them, a piece that coincides with others taken as the one they
+// were made into. Pieces are named by their sub-shape, not their
+// orientation in the solids (OCCT's history would test each face piece's
+// orientation against its origin, a geometric test nobody here needs).
+class SplitPieces {
+ public:
+  SplitPieces() = default;
+  SplitPieces(const TopTools_DataMapOfShapeListOfShape& images, const TopTools_DataMapOfShapeShape& sameDomain)
+      : images_(images), sameDomain_(sameDomain) {}
+  // Empty when the shape was not split.
+  TopTools_ListOfShape of(const TopoDS_Shape& shape) const;
+
+ private:
+  TopTools_DataMapOfShapeListOfShape images_;
+  TopTools_DataMapOfShapeShape sameDomain_;
+};
 
 class FaceSplitter {
  public:
@@ -27,13 +46,13 @@ class FaceSplitter {
   const TopoDS_Shape& draft(int i) const { return drafts_[std::size_t(i)]; }
   // The split faces of the other solids that lie inside solid i.
   const TopTools_ListOfShape& inside(int i) const { return inside_[std::size_t(i)]; }
-  // Each face of the solids and its split pieces.
-  const Handle(BRepTools_History)& history() const { return history_; }
+  // Each face, edge and vertex of the solids and its split pieces.
+  const SplitPieces& pieces() const { return pieces_; }
 
  private:
   std::vector<TopoDS_Shape> drafts_;
   std::vector<TopTools_ListOfShape> inside_;
-  Handle(BRepTools_History) history_;
+  SplitPieces pieces_;
 };
 
 }  // namespace meld::kernel

@@ -102,7 +102,7 @@ class FuseContext {
   TopoDS_Shape joinedSolid(const std::vector<BoundaryFace>& boundary, Measures& made);
 
   double fuzzy_;
-  Handle(BRepTools_History) history_;
+  SplitPieces pieces_;
   std::vector<FaceRec> faces_;
   std::unordered_map<const TopoDS_TShape*, int> faceIds_, edgeIds_, vertexIds_;
   std::unordered_map<const TopoDS_TShape*, Member> members_;
@@ -152,7 +152,7 @@ bool FuseContext::build(const std::vector<TopoDS_Shape>& solids) {
   bool done = split.perform(solids, 0);
   if (!done && fuzzy_ > 0) done = split.perform(solids, fuzzy_);
   if (!done) return false;
-  history_ = split.history();
+  pieces_ = split.pieces();
   std::vector<std::vector<BoundaryFace>> boundaries(solids.size());
   for (std::size_t i = 0; i < solids.size(); ++i) {
     for (TopExp_Explorer f(split.draft(int(i)), TopAbs_FACE); f.More(); f.Next()) {
@@ -363,7 +363,7 @@ std::unique_ptr<ShapeHistory> FuseContext::historyOf(const Member& a, const Memb
       for (TopExp_Explorer ex(shape, type); ex.More(); ex.Next()) {
         const TopoDS_Shape& old = ex.Current();
         if (history->IsRemoved(old) || !history->Modified(old).IsEmpty()) continue;
-        for (const TopoDS_Shape& piece : history_->Modified(old)) history->AddModified(old, piece);
+        for (const TopoDS_Shape& piece : pieces_.of(old)) history->AddModified(old, piece);
       }
   }
   auto shapeHistory = std::make_unique<ShapeHistory>(history, arguments);
