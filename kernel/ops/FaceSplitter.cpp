@@ -82,18 +82,13 @@ bool FaceSplitter::perform(const std::vector<TopoDS_Shape>& solids, double fuzzy
   if (builder.HasErrors() || builder.drafts.size() != solids.size()) return false;
   drafts_ = std::move(builder.drafts);
   inside_ = std::move(builder.inside);
-  pieces_ = SplitPieces(builder.Images(), builder.ShapesSD());
+  pieces_ = SplitPieces(builder.Images());
   return true;
 }
 
 TopTools_ListOfShape SplitPieces::of(const TopoDS_Shape& shape) const {
-  TopTools_ListOfShape pieces;
-  if (const TopTools_ListOfShape* images = images_.Seek(shape))
-    for (const TopoDS_Shape& piece : *images) {
-      const TopoDS_Shape* one = sameDomain_.Seek(piece);
-      pieces.Append(one ? *one : piece);
-    }
-  return pieces;
+  const TopTools_ListOfShape* images = images_.Seek(shape);
+  return images ? *images : TopTools_ListOfShape();
 }
 
 }  // namespace meld::kernel

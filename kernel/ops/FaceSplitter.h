@@ -6,7 +6,6 @@
 #pragma once
 
 #include <TopTools_DataMapOfShapeListOfShape.hxx>
-#include <TopTools_DataMapOfShapeShape.hxx>
 #include <TopTools_ListOfShape.hxx>
 #include <TopoDS_Shape.hxx>
 
@@ -16,21 +15,19 @@
 namespace meld::kernel {
 
 // What the split made of the solids' faces, edges and vertices: OCCT's
-// images of them, a piece that coincides with others taken as the one they
-// were made into. Pieces are named by their sub-shape, not their
+// images of them, in which pieces that coincide are already the one they
+// were made into. Pieces are named by their sub-shape, not by their
 // orientation in the solids (OCCT's history would test each face piece's
 // orientation against its origin, a geometric test nobody here needs).
 class SplitPieces {
  public:
   SplitPieces() = default;
-  SplitPieces(const TopTools_DataMapOfShapeListOfShape& images, const TopTools_DataMapOfShapeShape& sameDomain)
-      : images_(images), sameDomain_(sameDomain) {}
+  explicit SplitPieces(const TopTools_DataMapOfShapeListOfShape& images) : images_(images) {}
   // Empty when the shape was not split.
   TopTools_ListOfShape of(const TopoDS_Shape& shape) const;
 
  private:
   TopTools_DataMapOfShapeListOfShape images_;
-  TopTools_DataMapOfShapeShape sameDomain_;
 };
 
 class FaceSplitter {

@@ -210,16 +210,28 @@ TEST_F(Tracking, ASubtractThatCutsAFaceInTwoIsASplit) {
 }
 
 // Blocks overlapping along x share the middle of their top faces: the two
-// faces became three pieces, one of them common to both.
+// faces became three pieces, one of them common to both. Pairwise, and from
+// the shared split (where the common piece is the one OCCT made of the two
+// coinciding ones), with a third block beside them.
 TEST_F(Tracking, FacesThatShareAPieceAreDerivedTogether) {
-  PK_BODY_t left = blockAt(2, 1, 1, 0, 0, 0), right = blockAt(2, 1, 1, 1, 0, 0);
-  PK_FACE_t leftTop = faceNear(left, 0, 0, 1), rightTop = faceNear(right, 1, 0, 1);
-  Tracked out = trackedChange(left, right, PK_boolean_unite_c);
-  const Record* tops = recordWithOriginal(out.records, leftTop);
-  ASSERT_NE(tops, nullptr);
-  EXPECT_EQ(tops->track, PK_TOPOL_track_derive_c);
-  EXPECT_TRUE(has(tops->originals, rightTop));
-  EXPECT_EQ(tops->products.size(), 3u);
+  for (bool shared : {false, true}) {
+    SCOPED_TRACE(shared ? "shared split" : "pairwise");
+    share(shared);
+    PK_BODY_t left = blockAt(2, 1, 1, 0, 0, 0), right = blockAt(2, 1, 1, 1, 0, 0);
+    PK_BODY_t beside = blockAt(1, 1, 1, 2, 0, 0.5);
+    int answered = meld::kernel::sharedUnionsAnswered();
+    PK_FACE_t leftTop = faceNear(left, 0, 0, 1), rightTop = faceNear(right, 1, 0, 1);
+    Tracked out = trackedChange(left, right, PK_boolean_unite_c);
+    EXPECT_EQ(meld::kernel::sharedUnionsAnswered() > answered, shared);
+    const Record* tops = recordWithOriginal(out.records, leftTop);
+    ASSERT_NE(tops, nullptr);
+    EXPECT_EQ(tops->track, PK_TOPOL_track_derive_c);
+    EXPECT_TRUE(has(tops->originals, rightTop));
+    EXPECT_GE(tops->products.size(), 3u);
+    EXPECT_TRUE(has(tops->products, leftTop));
+    PK_ENTITY_delete(1, &left);
+    PK_ENTITY_delete(1, &beside);
+  }
 }
 
 // No records unless asked for, and none for a boolean that changed nothing.
