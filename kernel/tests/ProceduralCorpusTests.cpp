@@ -62,7 +62,9 @@ TEST(ProceduralCorpus, CliffEdgeAndBlendOnBlendOfAnAssembly) {
     EXPECT_LE(r.deviation, 1e-7);
     // #2634 runs past its offset surface's base where the offset creases: the
     // distance to it depends on which side's foot a search finds.
-    if (r.index != 2634) EXPECT_LE(r.offSupport, 1e-7);
+    if (r.index != 2634) {
+      EXPECT_LE(r.offSupport, 1e-7);
+    }
     cliff |= r.index == 880 && r.converted;
   }
   EXPECT_TRUE(cliff);

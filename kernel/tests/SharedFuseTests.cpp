@@ -160,7 +160,9 @@ TEST_F(SharedFuse, EachUnionLeavesATopologyThatNamesTheWholeBody) {
     TopTools_IndexedMapOfShape nowFaces;
     TopExp::MapShapes(newShape, TopAbs_FACE, nowFaces);
     for (TopExp_Explorer f(oldShape, TopAbs_FACE); f.More(); f.Next()) {
-      if (!nowFaces.Contains(f.Current())) EXPECT_EQ(after.tagOf(f.Current()), PK_ENTITY_null);
+      if (!nowFaces.Contains(f.Current())) {
+        EXPECT_EQ(after.tagOf(f.Current()), PK_ENTITY_null);
+      }
     }
     const auto& table = meld::kernel::session().table;
     for (PK_ENTITY_t tag : before->faces) {
@@ -171,8 +173,11 @@ TEST_F(SharedFuse, EachUnionLeavesATopologyThatNamesTheWholeBody) {
         EXPECT_EQ(table.bodyOfSubEntity(tag), PK_ENTITY_null);
       }
     }
-    for (PK_ENTITY_t tag : before->edges)
-      if (!after.find(tag)) EXPECT_EQ(table.bodyOfSubEntity(tag), PK_ENTITY_null);
+    for (PK_ENTITY_t tag : before->edges) {
+      if (!after.find(tag)) {
+        EXPECT_EQ(table.bodyOfSubEntity(tag), PK_ENTITY_null);
+      }
+    }
   }
   EXPECT_EQ(edited, 5);
   // Some edits were folded into a whole topology again, some not.
