@@ -145,7 +145,7 @@ Operands asGiven(const Request& r) { return Operands{inputShapes(r), false, {}};
 // geometry: which solid is the argument (biox-Assembly: a result not closed
 // one way round, right the other), closed faces whose seam the face builder
 // fails to close again after splitting (jack-3D Scissor Jack: cones and
-// cylinders of the links made into faces with an open wire), and edges with
+// cylinders made into faces with an open wire), and edges with
 // small or faulty tolerances (nxcmp-Brake_Piston: an empty result until
 // ShapeFix has worked on them). The reworked forms are copies: the inputs
 // and so a roll-back are never touched, and the copies' history is kept so
@@ -407,7 +407,7 @@ PK_boolean_result_t run(const Request& r, std::vector<PK_BODY_t>& bodies) {
     if (out.code != PK_boolean_result_failed_c && out.code != PK_boolean_result_no_clash_c) break;
   }
   // Rescues, exact only (as the inputs' own tolerances allow): they cost a
-  // failed union two to four more booleans, and none was found to need the
+  // failed union up to three more booleans, and none was found to need the
   // fuzzy value. When none succeeds, the plain attempts' reason is reported.
   if (out.code == PK_boolean_result_failed_c && r.function == PK_boolean_unite_c)
     for (Rescue rescue : {Rescue::swapped, Rescue::closedFacesSplit, Rescue::shapeFixed}) {
