@@ -15,8 +15,13 @@
 #include <BRepAlgoAPI_Cut.hxx>
 #include <BRepAlgoAPI_Fuse.hxx>
 #include <BRepBndLib.hxx>
+#include <BRepBuilderAPI_Copy.hxx>
+#include <BRepTools_History.hxx>
 #include <BRep_Builder.hxx>
 #include <Bnd_Box.hxx>
+#include <ShapeBuild_ReShape.hxx>
+#include <ShapeFix_Shape.hxx>
+#include <ShapeUpgrade_ShapeDivideClosed.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopTools_ListOfShape.hxx>
 #include <TopoDS_Compound.hxx>
@@ -43,6 +48,9 @@ struct Request {
 struct Outcome {
   PK_boolean_result_t code = PK_boolean_result_failed_c;
   std::string why;  // of a failure
+  // Whether a reworked form of the solids may mend the failure: any fault
+  // but loose sub-shapes in the result, which none mended on the corpus.
+  bool formFault = true;
   std::vector<TopoDS_Shape> solids;  // the result's solids, the target's first
   std::unique_ptr<ShapeHistory> history;
   // The faces the single solid took from the target and gave it, when the
@@ -125,6 +133,68 @@ std::vector<TopoDS_Shape> inputShapes(const Request& r) {
   return shapes;
 }
 
+// What OCCT's boolean is given: the inputs themselves, in the order asked
+// for, unless a rescue (below) reorders them or gives it reworked copies.
+struct Operands {
+  std::vector<TopoDS_Shape> shapes;  // the target's first
+  bool swapped = false;              // the first tool is OCCT's argument, the target a tool
+  // From the inputs to the copies in `shapes`; null when they are the inputs.
+  Handle(BRepTools_History) reworked;
+};
+
+Operands asGiven(const Request& r) { return Operands{inputShapes(r), false, {}}; }
+
+// A unite that OCCT's boolean got wrong both exactly and with the fuzzy value
+// is tried again in forms that change nothing of the solids' shape, because
+// its faults on real parts come from the form of the arguments, not their
+// geometry: which solid is the argument (biox-Assembly: a result not closed
+// one way round, right the other), closed faces whose seam the face builder
+// fails to close again after splitting (jack-3D Scissor Jack: cones and
+// cylinders made into faces with an open wire), and edges with
+// small or faulty tolerances (nxcmp-Brake_Piston: an empty result until
+// ShapeFix has worked on them). The reworked forms are copies: the inputs
+// and so a roll-back are never touched, and the copies' history is kept so
+// that tags and attributes still follow from the inputs' sub-shapes.
+enum class Rescue { swapped, closedFacesSplit, shapeFixed };
+
+// Copies of the inputs reworked by `rework` (copy -> reworked shape, whose
+// changes its context records).
+template <class Rework>
+Operands reworkedCopies(const Request& r, Rework rework) {
+  Operands out{{}, false, new BRepTools_History};
+  for (const TopoDS_Shape& input : inputShapes(r)) {
+    BRepBuilderAPI_Copy copy(input);
+    TopTools_ListOfShape argument;
+    argument.Append(input);
+    out.reworked->Merge(BRepTools_History(argument, copy));
+    Handle(ShapeBuild_ReShape) context;
+    out.shapes.push_back(rework(copy.Shape(), context));
+    out.reworked->Merge(context->History());
+  }
+  return out;
+}
+
+Operands rescued(const Request& r, Rescue rescue) {
+  switch (rescue) {
+    case Rescue::swapped: return Operands{inputShapes(r), true, {}};
+    case Rescue::closedFacesSplit:
+      return reworkedCopies(r, [](const TopoDS_Shape& copy, Handle(ShapeBuild_ReShape)& context) {
+        ShapeUpgrade_ShapeDivideClosed split(copy);
+        split.SetNbSplitPoints(1);
+        split.Perform();
+        context = split.GetContext();
+        return split.Result();
+      });
+    default:
+      return reworkedCopies(r, [](const TopoDS_Shape& copy, Handle(ShapeBuild_ReShape)& context) {
+        ShapeFix_Shape fix(copy);
+        fix.Perform();
+        context = fix.Context();
+        return fix.Shape();
+      });
+  }
+}
+
 std::vector<const BodyTopology*> inputTopologies(const Request& r) {
   std::vector<const BodyTopology*> topologies{&bodyTopology(r.target)};
   for (PK_BODY_t tool : r.tools) topologies.push_back(&bodyTopology(tool));
@@ -156,13 +226,18 @@ bool onlySolids(const TopoDS_Shape& result) {
   return true;
 }
 
-// The target's piece first: the solid holding most of the target's faces.
-std::vector<TopoDS_Shape> solidsTargetFirst(const TopoDS_Shape& result, const BodyTopology& target) {
+// The target's piece first: the solid holding most of the target's faces
+// (of the faces they came from, when the boolean worked on copies).
+std::vector<TopoDS_Shape> solidsTargetFirst(const TopoDS_Shape& result, const BodyTopology& target,
+                                            const ShapeHistory* copies) {
+  auto fromTarget = [&](const TopoDS_Shape& face) {
+    return copies ? target.tagOf(SubKey{copies->origin(face)}) != 0 : target.tagOf(face) != 0;
+  };
   std::vector<TopoDS_Shape> solids;
   std::size_t best = 0, bestCount = 0;
   for (TopExp_Explorer ex(result, TopAbs_SOLID); ex.More(); ex.Next()) {
     std::size_t count = 0;
-    for (TopExp_Explorer f(ex.Current(), TopAbs_FACE); f.More(); f.Next()) count += target.tagOf(f.Current()) != 0;
+    for (TopExp_Explorer f(ex.Current(), TopAbs_FACE); f.More(); f.Next()) count += fromTarget(f.Current());
     if (count > bestCount) best = solids.size(), bestCount = count;
     solids.push_back(ex.Current());
   }
@@ -180,8 +255,11 @@ TopoDS_Shape disjointBody(const std::vector<TopoDS_Shape>& solids) {
 }
 
 // Why the result is not accepted; empty when it is.
-std::string refusal(const Request& r, const TopoDS_Shape& result, const std::vector<const BodyTopology*>& inputs) {
+std::string refusal(const Request& r, const TopoDS_Shape& result, const std::vector<const BodyTopology*>& inputs,
+                    bool& formFault) {
+  formFault = false;
   if (!onlySolids(result)) return "the result holds more than solids";
+  formFault = true;
   if (!solidsClosed(result)) return "a solid of the result is not closed";
   if (!madeFacesValid(result, inputs)) return "a face the boolean made is not valid";
   std::vector<Measures> tools;
@@ -196,13 +274,15 @@ std::string refusal(const Request& r, const TopoDS_Shape& result, const std::vec
 
 // Runs OCCT's boolean with this fuzzy value and judges its result (always
 // with the tolerance asked for); changes nothing in the table.
-Outcome compute(const Request& r, double fuzzy) {
+Outcome compute(const Request& r, double fuzzy, const Operands& operands) {
   Outcome out;
-  std::vector<TopoDS_Shape> shapes = inputShapes(r);
+  const std::vector<TopoDS_Shape>& shapes = operands.shapes;
   auto op = makeOperation(r.function);
   TopTools_ListOfShape arguments, tools;
-  arguments.Append(shapes[0]);
-  for (std::size_t i = 1; i < shapes.size(); ++i) tools.Append(shapes[i]);
+  std::size_t argument = operands.swapped ? 1 : 0;
+  arguments.Append(shapes[argument]);
+  for (std::size_t i = 0; i < shapes.size(); ++i)
+    if (i != argument) tools.Append(shapes[i]);
   op->SetArguments(arguments);
   op->SetTools(tools);
   op->SetFuzzyValue(fuzzy);
@@ -235,11 +315,19 @@ Outcome compute(const Request& r, double fuzzy) {
     out.code = PK_boolean_result_no_clash_c;
     return out;
   }
-  out.why = refusal(r, result, inputs);
+  out.why = refusal(r, result, inputs, out.formFault);
   if (!out.why.empty()) return out;
-  out.solids = solidsTargetFirst(result, *inputs.front());
+  // Tags follow the inputs' sub-shapes: through the copies' history first
+  // when the boolean worked on copies.
+  Handle(BRepTools_History) history = op->History();
+  if (!operands.reworked.IsNull()) {
+    Handle(BRepTools_History) chained = new BRepTools_History(*operands.reworked);
+    chained->Merge(history);
+    history = chained;
+  }
+  out.history = std::make_unique<ShapeHistory>(history, inputShapes(r));
+  out.solids = solidsTargetFirst(result, *inputs.front(), operands.reworked.IsNull() ? nullptr : out.history.get());
   if (r.allowDisjoint && out.solids.size() > 1) out.solids = {disjointBody(out.solids)};
-  out.history = std::make_unique<ShapeHistory>(op->History(), shapes);
   out.code = PK_boolean_result_success_c;
   return out;
 }
@@ -295,6 +383,20 @@ SharedUnion sharedUnion(const Request& r) {
   }
 }
 
+// One boolean on the operands `prepare` gives; OCCT's exceptions (also while
+// preparing) are failures.
+template <class Prepare>
+Outcome attempted(const Request& r, double fuzzy, Prepare prepare) {
+  try {
+    OCC_CATCH_SIGNALS
+    return compute(r, fuzzy, prepare());
+  } catch (const Standard_Failure& failure) {
+    Outcome failed;
+    failed.why = std::string("OCCT failed: ") + failure.GetMessageString();
+    return failed;
+  }
+}
+
 PK_boolean_result_t run(const Request& r, std::vector<PK_BODY_t>& bodies, PK_TOPOL_track_r_t* tracking) {
   if (std::find(r.tools.begin(), r.tools.end(), r.target) != r.tools.end()) return PK_boolean_result_is_tool_c;
   if (!allSolid(r)) return PK_boolean_result_not_solid_c;
@@ -317,17 +419,24 @@ PK_boolean_result_t run(const Request& r, std::vector<PK_BODY_t>& bodies, PK_TOP
   // fails, the exact "no clash" stands.
   Outcome out;
   for (double fuzzy : {0.0, r.fuzzy}) {
-    Outcome attempt;
-    try {
-      OCC_CATCH_SIGNALS
-      attempt = compute(r, fuzzy);
-    } catch (const Standard_Failure& failure) {
-      attempt.why = std::string("OCCT failed: ") + failure.GetMessageString();
-    }
+    Outcome attempt = attempted(r, fuzzy, [&] { return asGiven(r); });
     bool keepNoClash = out.code == PK_boolean_result_no_clash_c && attempt.code == PK_boolean_result_failed_c;
     if (!keepNoClash) out = std::move(attempt);
     if (out.code != PK_boolean_result_failed_c && out.code != PK_boolean_result_no_clash_c) break;
   }
+  // Rescues, exact only (as the inputs' own tolerances allow): they cost a
+  // failed union up to three more booleans, and none was found to need the
+  // fuzzy value. When none succeeds, the plain attempts' reason is reported.
+  // Only for faults of form: on nxcmp-Brake_Piston the three unions that
+  // come back with loose sub-shapes took 64.6 s instead of 21 s with
+  // rescues that mended none of them.
+  if (out.code == PK_boolean_result_failed_c && r.function == PK_boolean_unite_c && out.formFault)
+    for (Rescue rescue : {Rescue::swapped, Rescue::closedFacesSplit, Rescue::shapeFixed}) {
+      Outcome attempt = attempted(r, 0.0, [&] { return rescued(r, rescue); });
+      if (attempt.code != PK_boolean_result_success_c) continue;
+      out = std::move(attempt);
+      break;
+    }
   if (out.code == PK_boolean_result_failed_c) setLastMessage("boolean failed: " + out.why);
   if (out.code == PK_boolean_result_success_c) bodies = apply(r, out, tracking);
   return out.code;

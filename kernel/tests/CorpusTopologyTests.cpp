@@ -1,13 +1,19 @@
 // On received corpus files: the region and shell view derived from the
-// shapes agrees with the regions and shells the files hold, and a part's
-// solids unite into one valid body that a partition mark takes back.
+// shapes agrees with the regions and shells the files hold, a part's solids
+// unite into one valid body that a partition mark takes back, and pairs that
+// OCCT's boolean gets wrong as given unite in a reworked form.
 #include "Codec.h"
 #include "PartFileSupport.h"
 #include "TestSupport.h"
 #include "TopologyHelpers.h"
+#include "ops/Bodies.h"
+
+#include <BRepTools.hxx>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <sstream>
 
 namespace kerneltest {
 namespace {
@@ -59,25 +65,39 @@ PK_boolean_result_t unite(PK_BODY_t target, PK_BODY_t tool) {
   return result;
 }
 
-TEST_F(CorpusTopology, APartsSolidsUniteIntoOneValidBodyAndAPmarkTakesItBack) {
-  MELD_REQUIRE_CORPUS(corpus);
-  const std::string file = "ansgeo-blockhole_M.x_t";  // four overlapping solids
+// The bodies of a received corpus file, free of the instances that refer to
+// them: an assembly instances its bodies, and the program drops those
+// instances before uniting (a tool that an instance uses cannot go).
+std::vector<PK_BODY_t> uninstancedBodies(const std::filesystem::path& corpus, const std::string& file) {
   putPartFile(file, meldtest::readFile(corpus / file));
   std::vector<PK_PART_t> parts;
-  ASSERT_EQ(receive(file, &parts), PK_ERROR_no_errors) << lastMessage();
+  EXPECT_EQ(receive(file, &parts), PK_ERROR_no_errors) << lastMessage();
   std::vector<PK_BODY_t> bodies = bodiesOf(parts);
-  ASSERT_EQ(bodies.size(), 4u);
-  // The file's assembly instances them; the program drops those instances
-  // before uniting (a tool that an instance uses cannot go).
   for (PK_BODY_t body : bodies) {
     int n = 0;
     PK_INSTANCE_t* refs = nullptr;
-    ASSERT_EQ(PK_PART_ask_ref_instances(body, &n, &refs), PK_ERROR_no_errors);
+    EXPECT_EQ(PK_PART_ask_ref_instances(body, &n, &refs), PK_ERROR_no_errors);
     if (n) {
       EXPECT_EQ(PK_ENTITY_delete(n, refs), PK_ERROR_no_errors);
     }
     taken(n, refs);
   }
+  return bodies;
+}
+
+int faultCount(PK_BODY_t body) {
+  int n = -1;
+  PK_check_fault_t* faults = nullptr;
+  EXPECT_EQ(PK_BODY_check(body, nullptr, &n, &faults), PK_ERROR_no_errors);
+  if (n > 0) PK_MEMORY_free(faults);
+  return n;
+}
+
+TEST_F(CorpusTopology, APartsSolidsUniteIntoOneValidBodyAndAPmarkTakesItBack) {
+  MELD_REQUIRE_CORPUS(corpus);
+  // four overlapping solids
+  std::vector<PK_BODY_t> bodies = uninstancedBodies(corpus, "ansgeo-blockhole_M.x_t");
+  ASSERT_EQ(bodies.size(), 4u);
   std::vector<double> volumes;
   std::vector<std::vector<PK_FACE_t>> faces;
   double sum = 0, largest = 0;
@@ -94,16 +114,86 @@ TEST_F(CorpusTopology, APartsSolidsUniteIntoOneValidBodyAndAPmarkTakesItBack) {
   double united = kernelVolume(bodies[0]);
   EXPECT_GE(united, largest * (1 - 1e-9));
   EXPECT_LE(united, sum * (1 + 1e-9));
-  int n = -1;
-  PK_check_fault_t* faults = nullptr;
-  EXPECT_EQ(PK_BODY_check(bodies[0], nullptr, &n, &faults), PK_ERROR_no_errors);
-  EXPECT_EQ(n, 0);
+  EXPECT_EQ(faultCount(bodies[0]), 0);
 
   goBackTo(pmark);
   for (std::size_t i = 0; i < bodies.size(); ++i) {
     EXPECT_TRUE(isLive(bodies[i]));
     EXPECT_EQ(facesOf(bodies[i]), faces[i]);
     EXPECT_NEAR(kernelVolume(bodies[i]), volumes[i], 1e-12 * sum);
+  }
+}
+
+// The body of these whose kernel volume is this one (1e-6 relative).
+PK_BODY_t bodyOfVolume(const std::vector<PK_BODY_t>& bodies, double volume) {
+  std::vector<PK_BODY_t> found;
+  for (PK_BODY_t body : bodies)
+    if (std::abs(kernelVolume(body) - volume) < 1e-6 * volume) found.push_back(body);
+  EXPECT_EQ(found.size(), 1u) << "bodies of volume " << volume;
+  return found.empty() ? PK_ENTITY_null : found.front();
+}
+
+// The shape in OCCT's own text form: anything healing in place would change
+// (tolerances, geometry, curves and pcurves, the modified flag) shows in it.
+// Of each shape's flags (a line of seven 0/1: free, modified, checked,
+// orientable, closed, infinite, convex) free and checked are left out: they
+// change whenever OCCT merely holds or checks a shape.
+std::string form(PK_BODY_t body) {
+  std::ostringstream text;
+  BRepTools::Write(meld::kernel::bodyData(body).shape, text);
+  std::istringstream lines(text.str());
+  std::string out, line;
+  while (std::getline(lines, line)) {
+    if (line.size() == 7 && line.find_first_not_of("01") == std::string::npos) line[0] = line[2] = '-';
+    out += line + '\n';
+  }
+  return out;
+}
+
+// Pairs OCCT's boolean unites wrongly as given, exactly and with the fuzzy
+// value (bench_pairs), one for each way the kernel reworks a failed unite:
+// the tool as OCCT's argument (biox-Assembly: a result not closed), closed
+// faces split (jack-3D Scissor Jack: a cone made into a face with an open
+// wire), ShapeFix on copies (nxcmp-Brake_Piston: an empty result). Each
+// unites into one valid body within its volume bounds, the target's
+// untouched faces keep their tags through the copies' history, and a pmark
+// brings both inputs back as read, not healed in place.
+TEST_F(CorpusTopology, PairsOcctGetsWrongAsGivenUniteInAReworkedForm) {
+  MELD_REQUIRE_CORPUS(corpus);
+  struct Pair {
+    std::string file;
+    double target, tool;  // kernel volumes, m^3
+  };
+  for (const Pair& pair : {Pair{"biox-Assembly.x_t", 3.36545626e-4, 1.40182601e-3},
+                           Pair{"jack-3D Scissor Jack.x_t", 1.68199077e-6, 7.32568113e-6},
+                           Pair{"nxcmp-Brake_Piston.x_t", 1.07883243e-7, 3.01632203e-6}}) {
+    SCOPED_TRACE(pair.file);
+    std::vector<PK_BODY_t> bodies = uninstancedBodies(corpus, pair.file);
+    PK_BODY_t target = bodyOfVolume(bodies, pair.target), tool = bodyOfVolume(bodies, pair.tool);
+    ASSERT_NE(target, PK_ENTITY_null);
+    ASSERT_NE(tool, PK_ENTITY_null);
+    const std::vector<PK_FACE_t> targetFaces = facesOf(target), toolFaces = facesOf(tool);
+    const std::string targetForm = form(target), toolForm = form(tool);
+    const double vTarget = kernelVolume(target), vTool = kernelVolume(tool), sum = vTarget + vTool;
+    const PK_PMARK_t pmark = makePmark();
+
+    ASSERT_EQ(unite(target, tool), PK_boolean_result_success_c) << lastMessage();
+    EXPECT_FALSE(isLive(tool));
+    EXPECT_EQ(faultCount(target), 0);
+    double united = kernelVolume(target);
+    EXPECT_GE(united, std::max(vTarget, vTool) - 1e-8 * sum);
+    EXPECT_LE(united, sum + 1e-8 * sum);
+    std::vector<PK_FACE_t> faces = facesOf(target);
+    auto kept = std::count_if(targetFaces.begin(), targetFaces.end(),
+                              [&](PK_FACE_t face) { return std::find(faces.begin(), faces.end(), face) != faces.end(); });
+    EXPECT_GT(kept, 0);
+
+    goBackTo(pmark);
+    EXPECT_EQ(facesOf(target), targetFaces);
+    EXPECT_EQ(facesOf(tool), toolFaces);
+    EXPECT_EQ(form(target), targetForm);
+    EXPECT_EQ(form(tool), toolForm);
+    EXPECT_NEAR(kernelVolume(tool), vTool, 1e-12 * sum);
   }
 }
 
