@@ -254,12 +254,11 @@ TopoDS_Shape disjointBody(const std::vector<TopoDS_Shape>& solids) {
   return compound;
 }
 
+constexpr const char* kLooseSubShapes = "the result holds more than solids";
+
 // Why the result is not accepted; empty when it is.
-std::string refusal(const Request& r, const TopoDS_Shape& result, const std::vector<const BodyTopology*>& inputs,
-                    bool& formFault) {
-  formFault = false;
-  if (!onlySolids(result)) return "the result holds more than solids";
-  formFault = true;
+std::string refusal(const Request& r, const TopoDS_Shape& result, const std::vector<const BodyTopology*>& inputs) {
+  if (!onlySolids(result)) return kLooseSubShapes;
   if (!solidsClosed(result)) return "a solid of the result is not closed";
   if (!madeFacesValid(result, inputs)) return "a face the boolean made is not valid";
   std::vector<Measures> tools;
@@ -315,7 +314,8 @@ Outcome compute(const Request& r, double fuzzy, const Operands& operands) {
     out.code = PK_boolean_result_no_clash_c;
     return out;
   }
-  out.why = refusal(r, result, inputs, out.formFault);
+  out.why = refusal(r, result, inputs);
+  out.formFault = out.why != kLooseSubShapes;
   if (!out.why.empty()) return out;
   // Tags follow the inputs' sub-shapes: through the copies' history first
   // when the boolean worked on copies.

@@ -86,9 +86,10 @@ bool FaceSplitter::perform(const std::vector<TopoDS_Shape>& solids, double fuzzy
   return true;
 }
 
-TopTools_ListOfShape SplitPieces::of(const TopoDS_Shape& shape) const {
+const TopTools_ListOfShape& SplitPieces::of(const TopoDS_Shape& shape) const {
+  static const TopTools_ListOfShape none;
   const TopTools_ListOfShape* images = images_.Seek(shape);
-  return images ? *images : TopTools_ListOfShape();
+  return images ? *images : none;
 }
 
 }  // namespace meld::kernel

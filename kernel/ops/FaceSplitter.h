@@ -24,7 +24,8 @@ class SplitPieces {
   SplitPieces() = default;
   explicit SplitPieces(const TopTools_DataMapOfShapeListOfShape& images) : images_(images) {}
   // Empty when the shape was not split.
-  TopTools_ListOfShape of(const TopoDS_Shape& shape) const;
+  const TopTools_ListOfShape& of(const TopoDS_Shape& shape) const;
+  void swap(SplitPieces& other) { images_.Exchange(other.images_); }
 
  private:
   TopTools_DataMapOfShapeListOfShape images_;
@@ -43,8 +44,9 @@ class FaceSplitter {
   const TopoDS_Shape& draft(int i) const { return drafts_[std::size_t(i)]; }
   // The split faces of the other solids that lie inside solid i.
   const TopTools_ListOfShape& inside(int i) const { return inside_[std::size_t(i)]; }
-  // Each face, edge and vertex of the solids and its split pieces.
-  const SplitPieces& pieces() const { return pieces_; }
+  // Each face, edge and vertex of the solids and its split pieces, handed
+  // over (the splitter keeps none).
+  void takePieces(SplitPieces& into) { into.swap(pieces_); }
 
  private:
   std::vector<TopoDS_Shape> drafts_;

@@ -152,7 +152,7 @@ bool FuseContext::build(const std::vector<TopoDS_Shape>& solids) {
   bool done = split.perform(solids, 0);
   if (!done && fuzzy_ > 0) done = split.perform(solids, fuzzy_);
   if (!done) return false;
-  pieces_ = split.pieces();
+  split.takePieces(pieces_);
   std::vector<std::vector<BoundaryFace>> boundaries(solids.size());
   for (std::size_t i = 0; i < solids.size(); ++i) {
     for (TopExp_Explorer f(split.draft(int(i)), TopAbs_FACE); f.More(); f.Next()) {
@@ -348,7 +348,7 @@ TopoDS_Shape FuseContext::joinedSolid(const std::vector<BoundaryFace>& boundary,
 }
 
 // Faces, edges and vertices of an argument become their split pieces (the
-// split's history); those of a union the context made are already split and
+// split's images); those of a union the context made are already split and
 // persist or vanish. Both solids are taken into the new one, the target's
 // first.
 std::unique_ptr<ShapeHistory> FuseContext::historyOf(const Member& a, const Member& b, const TopoDS_Shape& solid) const {
