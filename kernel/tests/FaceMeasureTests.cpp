@@ -17,7 +17,13 @@
 #include <BRepAlgoAPI_Cut.hxx>
 #include <BRepAlgoAPI_Fuse.hxx>
 #include <BRepBndLib.hxx>
+#include <BRepBuilderAPI_MakeFace.hxx>
 #include <BRepPrimAPI_MakeBox.hxx>
+#include <BRep_Builder.hxx>
+#include <Geom2d_Curve.hxx>
+#include <Geom_CylindricalSurface.hxx>
+#include <gp_Ax3.hxx>
+#include <gp_Vec2d.hxx>
 #include <BRepPrimAPI_MakeCone.hxx>
 #include <BRepPrimAPI_MakeCylinder.hxx>
 #include <BRepPrimAPI_MakeSphere.hxx>
@@ -95,6 +101,8 @@ void compareFaces(const TopoDS_Shape& shape, Agreement& out) {
   }
 }
 
+constexpr double kPi = 3.14159265358979323846;
+
 gp_Ax2 tilted(gp_Pnt at, gp_Dir axis) { return gp_Ax2(at, axis); }
 
 }  // namespace
@@ -126,6 +134,18 @@ TEST(FaceMeasures, BoundaryFormsAgreeWithIntegrationOnCutPrimitives) {
   Agreement torus;
   compareFaces(BRepPrimAPI_MakeTorus(2, 0.5).Shape(), torus);
   EXPECT_EQ(torus.integratedOnly, 1);
+
+  // Half a cylinder whose one edge has its pcurve a period further on: the
+  // same face in 3D, but its boundary no longer closes in the parameters.
+  TopoDS_Face half = BRepBuilderAPI_MakeFace(new Geom_CylindricalSurface(gp_Ax3(), 1), 0, kPi, 0, 1, 1e-7).Face();
+  Measures measures;
+  EXPECT_TRUE(meld::kernel::boundaryMeasures(half, measures));
+  TopoDS_Edge edge = TopoDS::Edge(TopExp_Explorer(half, TopAbs_EDGE).Current());
+  double t0, t1;
+  Handle(Geom2d_Curve) pcurve = BRep_Tool::CurveOnSurface(edge, half, t0, t1);
+  Handle(Geom2d_Curve) shifted = Handle(Geom2d_Curve)::DownCast(pcurve->Translated(gp_Vec2d(2 * kPi, 0)));
+  BRep_Builder().UpdateEdge(edge, shifted, half, 1e-7);
+  EXPECT_FALSE(meld::kernel::boundaryMeasures(half, measures));
 }
 
 using FaceMeasuresOnRealParts = kerneltest::KernelSession;
