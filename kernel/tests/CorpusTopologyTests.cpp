@@ -11,6 +11,7 @@
 #include <BRepTools.hxx>
 
 #include <algorithm>
+#include <numeric>
 #include <cmath>
 #include <cstdio>
 #include <sstream>
@@ -93,46 +94,6 @@ int faultCount(PK_BODY_t body) {
   return n;
 }
 
-TEST_F(CorpusTopology, APartsSolidsUniteIntoOneValidBodyAndAPmarkTakesItBack) {
-  MELD_REQUIRE_CORPUS(corpus);
-  // four overlapping solids
-  std::vector<PK_BODY_t> bodies = uninstancedBodies(corpus, "ansgeo-blockhole_M.x_t");
-  ASSERT_EQ(bodies.size(), 4u);
-  std::vector<double> volumes;
-  std::vector<std::vector<PK_FACE_t>> faces;
-  double sum = 0, largest = 0;
-  for (PK_BODY_t body : bodies) {
-    volumes.push_back(kernelVolume(body));
-    faces.push_back(facesOf(body));
-    sum += volumes.back();
-    largest = std::max(largest, volumes.back());
-  }
-  const PK_PMARK_t pmark = makePmark();
-
-  for (std::size_t i = 1; i < bodies.size(); ++i) EXPECT_EQ(unite(bodies[0], bodies[i]), PK_boolean_result_success_c);
-  EXPECT_EQ(regionView(bodies[0]), "void:- solid:+");
-  double united = kernelVolume(bodies[0]);
-  EXPECT_GE(united, largest * (1 - 1e-9));
-  EXPECT_LE(united, sum * (1 + 1e-9));
-  EXPECT_EQ(faultCount(bodies[0]), 0);
-
-  goBackTo(pmark);
-  for (std::size_t i = 0; i < bodies.size(); ++i) {
-    EXPECT_TRUE(isLive(bodies[i]));
-    EXPECT_EQ(facesOf(bodies[i]), faces[i]);
-    EXPECT_NEAR(kernelVolume(bodies[i]), volumes[i], 1e-12 * sum);
-  }
-}
-
-// The body of these whose kernel volume is this one (1e-6 relative).
-PK_BODY_t bodyOfVolume(const std::vector<PK_BODY_t>& bodies, double volume) {
-  std::vector<PK_BODY_t> found;
-  for (PK_BODY_t body : bodies)
-    if (std::abs(kernelVolume(body) - volume) < 1e-6 * volume) found.push_back(body);
-  EXPECT_EQ(found.size(), 1u) << "bodies of volume " << volume;
-  return found.empty() ? PK_ENTITY_null : found.front();
-}
-
 // The shape in OCCT's own text form: anything healing in place would change
 // (tolerances, geometry, curves and pcurves, the modified flag) shows in it.
 // Of each shape's flags (a line of seven 0/1: free, modified, checked,
@@ -148,6 +109,64 @@ std::string form(PK_BODY_t body) {
     out += line + '\n';
   }
   return out;
+}
+
+// Unites the tools into the target one by one inside a pmark: one valid body
+// within [largest input, sum of inputs], some of the target's faces keeping
+// their tags; then back to the pmark, where every input is as it was read,
+// tags, volume and form (not healed in place).
+void uniteAndGoBack(PK_BODY_t target, const std::vector<PK_BODY_t>& tools) {
+  std::vector<PK_BODY_t> all{target};
+  all.insert(all.end(), tools.begin(), tools.end());
+  std::vector<std::vector<PK_FACE_t>> faces;
+  std::vector<double> volumes;
+  std::vector<std::string> forms;
+  for (PK_BODY_t body : all) {
+    faces.push_back(facesOf(body));
+    volumes.push_back(kernelVolume(body));
+    forms.push_back(form(body));
+  }
+  const double sum = std::accumulate(volumes.begin(), volumes.end(), 0.0);
+  const double largest = *std::max_element(volumes.begin(), volumes.end());
+  const PK_PMARK_t pmark = makePmark();
+
+  for (PK_BODY_t tool : tools) {
+    ASSERT_EQ(unite(target, tool), PK_boolean_result_success_c) << lastMessage();
+    EXPECT_FALSE(isLive(tool));
+  }
+  const std::string view = regionView(target);  // one solid region, cavities allowed
+  EXPECT_EQ(view.find("solid:"), view.rfind("solid:")) << view;
+  EXPECT_EQ(faultCount(target), 0);
+  const double united = kernelVolume(target);
+  EXPECT_GE(united, largest - 1e-8 * sum);
+  EXPECT_LE(united, sum + 1e-8 * sum);
+  std::vector<PK_FACE_t> now = facesOf(target);
+  EXPECT_TRUE(std::any_of(faces[0].begin(), faces[0].end(),
+                          [&](PK_FACE_t f) { return std::find(now.begin(), now.end(), f) != now.end(); }));
+
+  goBackTo(pmark);
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    EXPECT_EQ(facesOf(all[i]), faces[i]);
+    EXPECT_NEAR(kernelVolume(all[i]), volumes[i], 1e-12 * sum);
+    EXPECT_EQ(form(all[i]), forms[i]);
+  }
+}
+
+TEST_F(CorpusTopology, APartsSolidsUniteIntoOneValidBodyAndAPmarkTakesItBack) {
+  MELD_REQUIRE_CORPUS(corpus);
+  // four overlapping solids
+  std::vector<PK_BODY_t> bodies = uninstancedBodies(corpus, "ansgeo-blockhole_M.x_t");
+  ASSERT_EQ(bodies.size(), 4u);
+  uniteAndGoBack(bodies[0], {bodies.begin() + 1, bodies.end()});
+}
+
+// The body of these whose kernel volume is this one (1e-6 relative).
+PK_BODY_t bodyOfVolume(const std::vector<PK_BODY_t>& bodies, double volume) {
+  std::vector<PK_BODY_t> found;
+  for (PK_BODY_t body : bodies)
+    if (std::abs(kernelVolume(body) - volume) < 1e-6 * volume) found.push_back(body);
+  EXPECT_EQ(found.size(), 1u) << "bodies of volume " << volume;
+  return found.empty() ? PK_ENTITY_null : found.front();
 }
 
 // Pairs OCCT's boolean unites wrongly as given, exactly and with the fuzzy
@@ -172,28 +191,7 @@ TEST_F(CorpusTopology, PairsOcctGetsWrongAsGivenUniteInAReworkedForm) {
     PK_BODY_t target = bodyOfVolume(bodies, pair.target), tool = bodyOfVolume(bodies, pair.tool);
     ASSERT_NE(target, PK_ENTITY_null);
     ASSERT_NE(tool, PK_ENTITY_null);
-    const std::vector<PK_FACE_t> targetFaces = facesOf(target), toolFaces = facesOf(tool);
-    const std::string targetForm = form(target), toolForm = form(tool);
-    const double vTarget = kernelVolume(target), vTool = kernelVolume(tool), sum = vTarget + vTool;
-    const PK_PMARK_t pmark = makePmark();
-
-    ASSERT_EQ(unite(target, tool), PK_boolean_result_success_c) << lastMessage();
-    EXPECT_FALSE(isLive(tool));
-    EXPECT_EQ(faultCount(target), 0);
-    double united = kernelVolume(target);
-    EXPECT_GE(united, std::max(vTarget, vTool) - 1e-8 * sum);
-    EXPECT_LE(united, sum + 1e-8 * sum);
-    std::vector<PK_FACE_t> faces = facesOf(target);
-    auto kept = std::count_if(targetFaces.begin(), targetFaces.end(),
-                              [&](PK_FACE_t face) { return std::find(faces.begin(), faces.end(), face) != faces.end(); });
-    EXPECT_GT(kept, 0);
-
-    goBackTo(pmark);
-    EXPECT_EQ(facesOf(target), targetFaces);
-    EXPECT_EQ(facesOf(tool), toolFaces);
-    EXPECT_EQ(form(target), targetForm);
-    EXPECT_EQ(form(tool), toolForm);
-    EXPECT_NEAR(kernelVolume(tool), vTool, 1e-12 * sum);
+    uniteAndGoBack(target, {tool});
   }
 }
 
