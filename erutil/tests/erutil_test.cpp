@@ -48,32 +48,21 @@ class ErrorStackTest : public ::testing::Test {
   meldtest::ScopedEnv m_noAddMode{"VTX_ER_STAT_ADD_MODE", nullptr};
 };
 
-TEST_F(ErrorStackTest, EmptyStackPrintsTheThreeLineBlock) {
-  EXPECT_EQ(erPrint("./erutil.stat"), 0);
-  const auto got = statusLines();
-  ASSERT_EQ(got.size(), 3u);
-  expectBlockStart(got, 0, "erPrint : ");
-  EXPECT_TRUE(std::regex_search(got[1], std::regex("printed in thread 000$")));
-}
-
-TEST_F(ErrorStackTest, RowsAreFormattedWithFixedColumns) {
+TEST_F(ErrorStackTest, BlocksAreAlwaysAppendedWithRowsInFixedColumns) {
+  // An empty stack prints the three-line block whatever the append mode.
+  for (const char* mode : {static_cast<const char*>(nullptr), "0", "1"}) {
+    meldtest::ScopedEnv addMode("VTX_ER_STAT_ADD_MODE", mode);
+    EXPECT_EQ(erPrint("./erutil.stat"), 0);
+  }
   erPush("PSCStartModeller", 30, "PK_SESSION_start failed");
   erPush("f", -123456, "");
   erPrint("./erutil.stat");
   const auto got = statusLines();
-  ASSERT_EQ(got.size(), 5u);
-  EXPECT_EQ(got[3], " 0th      30  PSCStartModeller                    PK_SESSION_start failed");
-  EXPECT_EQ(got[4], " 1th  -123456  f                                   ");
-}
-
-TEST_F(ErrorStackTest, BlocksAreAlwaysAppended) {
-  for (const char* mode : {static_cast<const char*>(nullptr), "0", "1"}) {
-    meldtest::ScopedEnv addMode("VTX_ER_STAT_ADD_MODE", mode);
-    erPrint("./erutil.stat");
-  }
-  const auto got = statusLines();
-  ASSERT_EQ(got.size(), 9u);
-  for (std::size_t block = 0; block < 3; ++block) expectBlockStart(got, block * 3, "erPrint : ");
+  ASSERT_EQ(got.size(), 14u);
+  for (std::size_t block = 0; block < 4; ++block) expectBlockStart(got, block * 3, "erPrint : ");
+  EXPECT_TRUE(std::regex_search(got[1], std::regex("printed in thread 000$")));
+  EXPECT_EQ(got[12], " 0th      30  PSCStartModeller                    PK_SESSION_start failed");
+  EXPECT_EQ(got[13], " 1th  -123456  f                                   ");
 }
 
 TEST_F(ErrorStackTest, OutfileVariableOverridesEveryName) {
@@ -84,25 +73,21 @@ TEST_F(ErrorStackTest, OutfileVariableOverridesEveryName) {
   EXPECT_EQ(statusLines("elsewhere.stat").size(), 6u);
 }
 
-TEST_F(ErrorStackTest, CapacityIsFiftyAndExtraPushesAreDropped) {
-  for (int i = 0; i < 51; ++i) EXPECT_EQ(erPush("f", i, "c"), 0);
+TEST_F(ErrorStackTest, CapacityIsFiftyExtraPushesAreDroppedLongTextsAreCut) {
+  const std::string name(40, 'n'), comment(500, 'c');
+  EXPECT_EQ(erPush(name.c_str(), 0, comment.c_str()), 0);
+  for (int i = 1; i < 51; ++i) EXPECT_EQ(erPush("f", i, "c"), 0);
   int count = -1;
   EXPECT_EQ(erCount(&count), 0);
   EXPECT_EQ(count, 50);
   EXPECT_EQ(erCount(nullptr), 1);
+  const ErrorRecord& record = erStackArea()->records[0];
+  EXPECT_EQ(std::string(record.functionName), name.substr(0, 34));
+  EXPECT_EQ(std::string(record.comment), comment.substr(0, 299));
   erPrint("./erutil.stat");
   const auto got = statusLines();
   ASSERT_EQ(got.size(), 53u);
   EXPECT_EQ(got.back().substr(0, 12), "49th      49");
-}
-
-TEST_F(ErrorStackTest, LongNamesAndCommentsAreCut) {
-  const std::string name(40, 'n');
-  const std::string comment(500, 'c');
-  erPush(name.c_str(), 1, comment.c_str());
-  const ErrorRecord& record = erStackArea()->records[0];
-  EXPECT_EQ(std::string(record.functionName), name.substr(0, 34));
-  EXPECT_EQ(std::string(record.comment), comment.substr(0, 299));
 }
 
 TEST_F(ErrorStackTest, ClearEmptiesAndEchoesOnlyWhenSomethingWasHeld) {
@@ -128,12 +113,12 @@ TEST_F(ErrorStackTest, ClearEmptiesAndEchoesOnlyWhenSomethingWasHeld) {
   EXPECT_TRUE(std::regex_match(got[9], kStamp));
 }
 
-TEST_F(ErrorStackTest, EmptyAreaNameWritesNothingButFeedsTheCallback) {
+TEST_F(ErrorStackTest, WithoutAFileNameOnlyTheCallbackSeesTheBlockUnwritableGoesToStandardError) {
   std::vector<std::string> seen;
   erSetLineCallback([](void* user, const char* line) {
     static_cast<std::vector<std::string>*>(user)->push_back(line);
   }, &seen);
-  erPush("f", 5, "c");
+  erPush("f", 7, "lost file");
   testing::internal::CaptureStderr();
   erPrint();
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
@@ -141,10 +126,8 @@ TEST_F(ErrorStackTest, EmptyAreaNameWritesNothingButFeedsTheCallback) {
   ASSERT_EQ(seen.size(), 4u);
   EXPECT_EQ(seen[0], "erPrint : ");
   EXPECT_EQ(seen[2], kHeader);
-}
 
-TEST_F(ErrorStackTest, UnwritableStatusFileGoesToStandardError) {
-  erPush("f", 7, "lost file");
+  erSetLineCallback(nullptr, nullptr);
   testing::internal::CaptureStderr();
   erPrint("./no-such-folder/erutil.stat");
   const auto got = lines(testing::internal::GetCapturedStderr());

@@ -120,13 +120,15 @@ TEST(EndToEnd, DebugLevelAddsBodyNamesAndEachUnionToTheTranscript) {
   expectVolume(dir / "out.x_b", 1, samples::kOverlappingUnion);
 }
 
-TEST(EndToEnd, DisjointSolidsAllSurvive) {
+TEST(EndToEnd, DisjointSolidsAllSurviveAlsoWithTwoPlainArguments) {
   Scratch dir({"disjoint_solids.x_t"});
   const e2e::RunResult r = dir.run({"-idisjoint_solids.x_t", "-oout.x_t", "-llog.txt", "-t0.001"});
   EXPECT_EQ(r.exitCode, 0) << r.out;
   EXPECT_EQ(dir.read("log.txt"), banner("disjoint_solids.x_t", "", "out.x_t", "0.001") +
                                      "totally 3 bodies are remained.\n");
   expectVolume(dir / "out.x_t", 3, samples::kDisjointSum);
+  EXPECT_EQ(dir.run({"disjoint_solids.x_t", "plain.x_t"}).exitCode, 0);
+  expectVolume(dir / "plain.x_t", 3, samples::kDisjointSum);
 }
 
 TEST(EndToEnd, CavityIsStrippedUnlessKIsGiven) {
@@ -209,13 +211,6 @@ TEST(EndToEnd, AFileOfLooseBodiesIsWorkedOnItsFirstPartOnly) {
   EXPECT_EQ(r.out.rfind("PS file has 2 pars.\nUse Fisrt Part.\nERROR : rc = ", 0), 0u) << r.out;
   EXPECT_NE(r.out.find(", PK_INSTANCE_create\n"), std::string::npos) << r.out;
   expectVolume(dir / "out.x_t", 1, 1000.0);
-}
-
-TEST(EndToEnd, TwoPlainArgumentsAreInputAndOutput) {
-  Scratch dir({"disjoint_solids.x_t"});
-  const e2e::RunResult r = dir.run({"disjoint_solids.x_t", "plain.x_t"});
-  EXPECT_EQ(r.exitCode, 0) << r.out;
-  expectVolume(dir / "plain.x_t", 3, samples::kDisjointSum);
 }
 
 }  // namespace

@@ -5,46 +5,20 @@
 #include "MeldProcessFiles.h"
 #include "MeldSolids.h"
 #include "MeldUnite.h"
-#include "PSCFileHelpers.h"
 #include "PSCGetAllBodyInPart.h"
-#include "PSCLog.h"
-#include "PSCModeller.h"
 #include "SampleBuilder.h"
-#include "TestSupport.h"
-#include "erutil.h"
+#include "../../kernel_layer/pscmn/tests/session_test_helpers.h"
 
 namespace {
 
-const char kSource[] = "meld-solids\\MeldSolids";
+using sessiontest::exists;
+using Session = sessiontest::RunningModeller;
 
+// The error record of a driver function.
 std::string record(const std::string& function, int code, const std::string& callee, int result,
                    int line) {
-  return function + " = " + std::to_string(code) + " : " + callee + " = " + std::to_string(result) +
-         " \n      [" + kSource + "],[" + std::to_string(line) + "]\n";
+  return sessiontest::errorRecord(function, code, callee, result, "meld-solids\\MeldSolids", line);
 }
-
-// A scratch folder, the log at a debug level, and the modeller as the driver
-// starts it.
-class Session {
- public:
-  explicit Session(const char* level = "1") : m_vtdbg("VTDBG", level) {
-    PSCInitializeLog("unite.log", nullptr);
-    PSCSetSchemaDirectory(nullptr);
-    started = PSCStartModeller(false, true);
-  }
-  ~Session() {
-    PSCEndModeller();
-    PSCTerminateLog();
-    erClear();
-  }
-  std::string log() const { return meldtest::readFile(m_dir.path() / "unite.log"); }
-  int started;
-
- private:
-  meldtest::ScopedWorkDir m_dir;
-  meldtest::ScopedEnv m_axdbg{"AXDBG", nullptr};
-  meldtest::ScopedEnv m_vtdbg;
-};
 
 PK_BODY_t block(double size, double x, double y, double z) {
   PK_AXIS2_sf_t frame{};
@@ -54,11 +28,6 @@ PK_BODY_t block(double size, double x, double y, double z) {
   PK_BODY_t body = PK_ENTITY_null;
   EXPECT_EQ(PK_BODY_create_solid_block(size, size, size, &frame, &body), 0);
   return body;
-}
-
-bool alive(PK_ENTITY_t entity) {
-  PK_LOGICAL_t is = PK_LOGICAL_false;
-  return PK_ENTITY_is(entity, &is) == 0 && is;
 }
 
 int regionCount(PK_BODY_t body) {
@@ -78,22 +47,17 @@ std::vector<PK_BODY_t> bodiesOf(PK_PART_t part) {
   return out;
 }
 
-TEST(Unite, OverlappingBodiesUniteAndTheToolIsConsumed) {
+TEST(Unite, OverlappingBodiesUniteConsumingTheToolBodiesApartStayAsTheyWere) {
   Session s;
-  ASSERT_EQ(s.started, 0);
-  const PK_BODY_t target = block(0.01, 0, 0, 0), tool = block(0.01, 0.005, 0.005, 0.005);
-  EXPECT_EQ(st_DoUnite(target, tool, 0.0, 0.01), PK_boolean_result_success_c);
-  EXPECT_TRUE(alive(target));
-  EXPECT_FALSE(alive(tool));
+  ASSERT_EQ(s.startResult, 0);
+  const PK_BODY_t target = block(0.01, 0, 0, 0);
+  const PK_BODY_t apart = block(0.01, 0.05, 0, 0), overlapping = block(0.01, 0.005, 0.005, 0.005);
+  EXPECT_EQ(st_DoUnite(target, apart, 0.0, 0.01), PK_boolean_result_no_clash_c);
+  EXPECT_TRUE(exists(apart));
+  EXPECT_EQ(st_DoUnite(target, overlapping, 0.0, 0.01), PK_boolean_result_success_c);
+  EXPECT_TRUE(exists(target));
+  EXPECT_FALSE(exists(overlapping));
   EXPECT_FALSE(st_HasInvalidRegion(target));
-  EXPECT_EQ(s.log(), "");
-}
-
-TEST(Unite, BodiesApartDoNotClashAndStayAsTheyWere) {
-  Session s;
-  const PK_BODY_t target = block(0.01, 0, 0, 0), tool = block(0.01, 0.05, 0, 0);
-  EXPECT_EQ(st_DoUnite(target, tool, 0.0, 0.01), PK_boolean_result_no_clash_c);
-  EXPECT_TRUE(alive(tool));
   EXPECT_EQ(s.log(), "");
 }
 
@@ -102,7 +66,7 @@ TEST(Unite, ADeadToolFailsTheUnionAndIsRolledBack) {
   const PK_BODY_t target = block(0.01, 0, 0, 0), tool = block(0.01, 0.005, 0, 0);
   ASSERT_EQ(PK_ENTITY_delete(1, &tool), 0);
   EXPECT_EQ(st_DoUnite(target, tool, 0.0, 0.01), PK_boolean_result_failed_c);
-  EXPECT_TRUE(alive(target));
+  EXPECT_TRUE(exists(target));
   // The kernel's refusal is recorded, then the result's name.
   const std::string log = s.log();
   EXPECT_EQ(log.rfind("st_DoUnite = 0 : PK_BODY_boolean_2 = ", 0), 0u) << log;
@@ -158,11 +122,17 @@ TEST(Unite, InnerShellRemovalFillsTheCavity) {
   EXPECT_EQ(regionCount(bodies[0]), 2);
 }
 
-TEST(Unite, PassesLeaveOneBodyInstancedInThePart) {
+TEST(Unite, PassesLeaveOneBodyInstancedInThePartAndApartBodiesSurvive) {
   Session s("0");
+  MeldSettings settings;
+  // A nested assembly: two of its three bodies unite, the third survives.
+  const PK_PART_t assembly = samples::smallAssembly();
+  ASSERT_EQ(bodiesOf(assembly).size(), 3u);
+  EXPECT_EQ(st_UniteAllBody(assembly, settings), 0);
+  EXPECT_EQ(bodiesOf(assembly).size(), 2u);
+
   const PK_PART_t part = samples::overlappingSolids();
   ASSERT_EQ(bodiesOf(part).size(), 3u);
-  MeldSettings settings;
   EXPECT_EQ(st_UniteAllBody(part, settings), 0);
   const std::vector<PK_BODY_t> left = bodiesOf(part);
   ASSERT_EQ(left.size(), 1u);
@@ -171,7 +141,7 @@ TEST(Unite, PassesLeaveOneBodyInstancedInThePart) {
   ASSERT_EQ(PK_PART_ask_ref_instances(left[0], &n, &instances), 0);
   EXPECT_EQ(n, 1);
   PK_MEMORY_free(instances);
-  EXPECT_EQ(s.log(), "totally 1 bodies are remained.\n");
+  EXPECT_EQ(s.log(), "totally 2 bodies are remained.\ntotally 1 bodies are remained.\n");
 }
 
 // A united target moves on to the slot of its last tool, so that the bodies
@@ -191,16 +161,6 @@ TEST(Unite, AUnitedTargetTakesItsLastToolsSlotAndMeetsTheBodiesBetween) {
   EXPECT_EQ(st_UniteAllBody(part, settings), 0);
   EXPECT_EQ(bodiesOf(part).size(), 1u);
   EXPECT_EQ(s.log(), "[0]\n[1]\n[2]\nsucceeded(0,2)\nsucceeded(1,2)\ntotally 1 bodies are remained.\n");
-}
-
-TEST(Unite, NestedAssemblyBodiesAreUnitedAndTheRestSurvives) {
-  Session s("0");
-  const PK_PART_t part = samples::smallAssembly();
-  ASSERT_EQ(bodiesOf(part).size(), 3u);
-  MeldSettings settings;
-  EXPECT_EQ(st_UniteAllBody(part, settings), 0);
-  EXPECT_EQ(bodiesOf(part).size(), 2u);
-  EXPECT_EQ(s.log(), "totally 2 bodies are remained.\n");
 }
 
 TEST(Unite, ACollectionFailureEndsWith130) {

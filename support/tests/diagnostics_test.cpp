@@ -31,22 +31,19 @@ TEST(DiagnosticsData, RegisteredProviderServesTheBlockUntilRemoved) {
   EXPECT_EQ(previous->diagnosticsData(), builtIn);
 }
 
-TEST(HostDirectory, KnownHostNamesGiveTheirDirectoryIgnoringCase) {
-  EXPECT_EQ(PSCHostDirectoryOf("/opt/tools/bin/XtBatchTranslator.EXE"), "/opt/tools/bin/");
-  EXPECT_EQ(PSCHostDirectoryOf("/srv/solidexchangehost"), "/srv/");
-}
-
-TEST(HostDirectory, OtherProgramsGiveEmpty) {
-  EXPECT_EQ(PSCHostDirectoryOf("/usr/bin/MeldSolids"), "");
-  EXPECT_EQ(PSCHostDirectoryOf("/opt/xtbatchtranslator/other"), "");
-  EXPECT_EQ(PSCHostDirectoryOf(""), "");
-  EXPECT_EQ(PSCGetHostDirectory(), "");  // the test program is no host
-}
-
-TEST(HostDirectory, PathIsCutAt260CharactersBeforeMatching) {
+TEST(HostDirectory, KnownHostNamesGiveTheirDirectoryIgnoringCaseAfterACutAt260) {
   const std::string dir = "/" + std::string(240, 'd') + "/";
-  EXPECT_EQ(PSCHostDirectoryOf(dir + "solidexchangehost"), dir);  // 259 characters
-  EXPECT_EQ(PSCHostDirectoryOf(dir + "solidexchangehost.exe"), "");  // cut after "...host."
+  const std::pair<std::string, std::string> cases[] = {
+      {"/opt/tools/bin/XtBatchTranslator.EXE", "/opt/tools/bin/"},
+      {"/srv/solidexchangehost", "/srv/"},
+      {"/usr/bin/MeldSolids", ""},
+      {"/opt/xtbatchtranslator/other", ""},
+      {"", ""},
+      {dir + "solidexchangehost", dir},       // 259 characters
+      {dir + "solidexchangehost.exe", ""},    // cut after "...host."
+  };
+  for (const auto& [path, directory] : cases) EXPECT_EQ(PSCHostDirectoryOf(path), directory) << path;
+  EXPECT_EQ(PSCGetHostDirectory(), "");  // the test program is no host
 }
 
 }  // namespace

@@ -12,7 +12,6 @@ namespace {
 
 using sessiontest::exists;
 using sessiontest::makeBlock;
-using sessiontest::RunningModeller;
 
 class KernelMarkRoad : public testing::Test {
  protected:
@@ -26,22 +25,40 @@ class KernelMarkRoad : public testing::Test {
     NPSetOption(NP_OPTION_ROLLBACK_WITH_MARKS, 0);
     PSCRollback::SetMode(0);
   }
-  RunningModeller modeller;
+  sessiontest::RunningModeller modeller;
 };
 
-TEST_F(KernelMarkRoad, RollbackUndoesTheAttemptAndConsumesTheMark) {
-  PK_BODY_t kept = makeBlock();
+TEST_F(KernelMarkRoad, KeptAttemptsKeepTheirMarksAFailedOneUndoesOnlyItself) {
+  const unsigned deltasBefore = PSCGetDeltaStoreStats().liveDeltas;
+
+  // As the uniting loop runs: two attempts kept, the third rolled back.
+  PK_BODY_t target = makeBlock();
+  std::vector<PK_BODY_t> keptBodies;
+  std::vector<PK_PMARK_t> keptMarks;
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    NPRollbackMark mark;
+    ASSERT_EQ(mark.SetMark(), 0);
+    keptMarks.push_back(mark.HeldMark());
+    ASSERT_NE(keptMarks.back(), PK_ENTITY_null);
+    keptBodies.push_back(makeBlock());
+    if (attempt == 0) { ASSERT_EQ(PK_ENTITY_delete(1, &target), 0); }
+  }
+  // No goto: the changes stay. No delete: the partition marks still exist
+  // and their deltas are still in the store.
+  EXPECT_FALSE(exists(target));
+  for (PK_PMARK_t pmark : keptMarks) EXPECT_TRUE(exists(pmark));
+  EXPECT_EQ(PSCGetDeltaStoreStats().liveDeltas, deltasBefore + 2);
+
+  PK_BODY_t victim = keptBodies.front();
   NPRollbackMark mark;
   ASSERT_TRUE(mark.UsesKernelMarks());
   ASSERT_EQ(mark.SetMark(), 0);
   const PK_PMARK_t pmark = mark.HeldMark();
-  ASSERT_NE(pmark, PK_ENTITY_null);
-  PK_BODY_t created = makeBlock();
-  ASSERT_EQ(PK_ENTITY_delete(1, &kept), 0);
-
+  PK_BODY_t failed = makeBlock();
+  ASSERT_EQ(PK_ENTITY_delete(1, &victim), 0);
   ASSERT_EQ(mark.Rollback(), 0);
-  EXPECT_TRUE(exists(kept));
-  EXPECT_FALSE(exists(created));
+  EXPECT_FALSE(exists(failed));
+  for (PK_BODY_t body : keptBodies) EXPECT_TRUE(exists(body));
   EXPECT_EQ(mark.HeldMark(), PK_ENTITY_null);
   EXPECT_FALSE(exists(pmark));  // gone back to, then deleted in the kernel
 
@@ -49,47 +66,6 @@ TEST_F(KernelMarkRoad, RollbackUndoesTheAttemptAndConsumesTheMark) {
   PK_BODY_t later = makeBlock();
   EXPECT_EQ(mark.Rollback(), 0);
   EXPECT_TRUE(exists(later));
-  EXPECT_EQ(modeller.log(), "");
-}
-
-TEST_F(KernelMarkRoad, DroppingTheObjectKeepsTheAttemptAndTheMark) {
-  PK_BODY_t target = makeBlock();
-  PK_BODY_t created = PK_ENTITY_null;
-  PK_PMARK_t pmark = PK_ENTITY_null;
-  unsigned deltasBefore = PSCGetDeltaStoreStats().liveDeltas;
-  {
-    NPRollbackMark mark;
-    ASSERT_EQ(mark.SetMark(), 0);
-    pmark = mark.HeldMark();
-    ASSERT_NE(pmark, PK_ENTITY_null);
-    created = makeBlock();
-    ASSERT_EQ(PK_ENTITY_delete(1, &target), 0);
-  }
-  // No goto: the changes stay. No delete: the partition mark still exists
-  // and its delta is still in the store.
-  EXPECT_TRUE(exists(created));
-  EXPECT_FALSE(exists(target));
-  EXPECT_TRUE(exists(pmark));
-  EXPECT_EQ(PSCGetDeltaStoreStats().liveDeltas, deltasBefore + 1);
-  EXPECT_EQ(modeller.log(), "");
-}
-
-TEST_F(KernelMarkRoad, AFailedAttemptAfterKeptOnesUndoesOnlyItself) {
-  // As the uniting loop runs: two attempts kept, the third rolled back.
-  std::vector<PK_BODY_t> keptBodies;
-  for (int attempt = 0; attempt < 2; ++attempt) {
-    NPRollbackMark mark;
-    ASSERT_EQ(mark.SetMark(), 0);
-    keptBodies.push_back(makeBlock());
-  }
-  PK_BODY_t victim = keptBodies.front();
-  NPRollbackMark mark;
-  ASSERT_EQ(mark.SetMark(), 0);
-  PK_BODY_t failed = makeBlock();
-  ASSERT_EQ(PK_ENTITY_delete(1, &victim), 0);
-  ASSERT_EQ(mark.Rollback(), 0);
-  EXPECT_FALSE(exists(failed));
-  for (PK_BODY_t body : keptBodies) EXPECT_TRUE(exists(body));
   EXPECT_EQ(modeller.log(), "");
 }
 

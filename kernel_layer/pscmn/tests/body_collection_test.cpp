@@ -39,16 +39,7 @@ std::vector<PK_ENTITY_t> collect(PK_ENTITY_t part, int expectedResult = 0) {
   return out;
 }
 
-TEST(BodyCollection, ABodyIsItsOwnList) {
-  RunningModeller modeller;
-  const PK_BODY_t body = makeBlock();
-  EXPECT_EQ(collect(body), std::vector<PK_ENTITY_t>{body});
-  int isAssembly = 7;
-  EXPECT_EQ(PSCCheckPartIsAssembly(body, &isAssembly), 0);
-  EXPECT_EQ(isAssembly, 0);
-}
-
-TEST(BodyCollection, NestedAssembliesGiveEachBodyOnceInAscendingOrder) {
+TEST(BodyCollection, NestedAssembliesGiveEachBodyOnceInAscendingOrderABodyItself) {
   RunningModeller modeller;
   const PK_BODY_t a = makeBlock(), b = makeBlock(), c = makeBlock();
   const PK_ASSEMBLY_t left = makeAssembly(), right = makeAssembly(), top = makeAssembly();
@@ -60,14 +51,15 @@ TEST(BodyCollection, NestedAssembliesGiveEachBodyOnceInAscendingOrder) {
   instance(top, right);
   instance(top, left);
   EXPECT_EQ(collect(top), (std::vector<PK_ENTITY_t>{a, b, c}));
-  int isAssembly = 0;
+  EXPECT_EQ(collect(a), std::vector<PK_ENTITY_t>{a});
+  int isAssembly = 7;
+  EXPECT_EQ(PSCCheckPartIsAssembly(a, &isAssembly), 0);
+  EXPECT_EQ(isAssembly, 0);
   EXPECT_EQ(PSCCheckPartIsAssembly(top, &isAssembly), 0);
   EXPECT_EQ(isAssembly, 1);
   EXPECT_EQ(modeller.log(), "");
-}
 
-TEST(BodyCollection, AnEmptyAssemblyGivesNoArray) {
-  RunningModeller modeller;
+  // An empty assembly gives no array.
   int count = -1;
   PK_ENTITY_t sentinel[1] = {0};
   PK_ENTITY_t* bodies = sentinel;
@@ -91,32 +83,30 @@ TEST(BodyCollection, BadArgumentsAreRefusedWithoutAReport) {
   EXPECT_EQ(modeller.log(), "");
 }
 
-TEST(BodyCollection, ADeadTagIsReportedAtEveryLevel) {
-  RunningModeller modeller;
-  const PK_BODY_t body = makeBlock();
-  ASSERT_EQ(PK_ENTITY_delete(1, &body), 0);
-  int count = -1;
-  PK_ENTITY_t* bodies = nullptr;
-  EXPECT_EQ(PSCGetAllBodyInPart(body, &count, &bodies), 20);
-  EXPECT_EQ(count, -1);
-  EXPECT_EQ(bodies, nullptr);
-  PK_CLASS_t klass = 0;
-  const int kernelCode = PK_ENTITY_ask_class(body, &klass);
-  ASSERT_NE(kernelCode, 0);
-  EXPECT_EQ(modeller.log(),
-            errorRecord("PSCCheckPartIsAssembly", 200, "PK_ENTITY_ask_class", kernelCode,
-                        kAssemblySource, 33) +
-                errorRecord("sp_CollectBodyRecur", 10, "PSCCheckPartIsAssembly", 200, kSource, 33) +
-                errorRecord("PSCGetAllBodyInPart", 20, "sp_CollectBodyRecur", 10, kSource, 59));
-}
-
-TEST(BodyCollection, ReportsNothingWhenTheDebugLevelIsZero) {
-  RunningModeller modeller("0");
-  const PK_BODY_t body = makeBlock();
-  ASSERT_EQ(PK_ENTITY_delete(1, &body), 0);
-  collect(body, 20);
-  EXPECT_EQ(modeller.log(), "");
-  EXPECT_EQ(modeller.statusFile(), "");
+TEST(BodyCollection, ADeadTagIsReportedAtEveryLevelOnlyWithADebugLevel) {
+  for (const char* level : {"1", "0"}) {
+    RunningModeller modeller(level);
+    const PK_BODY_t body = makeBlock();
+    ASSERT_EQ(PK_ENTITY_delete(1, &body), 0);
+    int count = -1;
+    PK_ENTITY_t* bodies = nullptr;
+    EXPECT_EQ(PSCGetAllBodyInPart(body, &count, &bodies), 20);
+    EXPECT_EQ(count, -1);
+    EXPECT_EQ(bodies, nullptr);
+    if (*level == '0') {
+      EXPECT_EQ(modeller.log(), "");
+      EXPECT_EQ(modeller.statusFile(), "");
+      continue;
+    }
+    PK_CLASS_t klass = 0;
+    const int kernelCode = PK_ENTITY_ask_class(body, &klass);
+    ASSERT_NE(kernelCode, 0);
+    EXPECT_EQ(modeller.log(),
+              errorRecord("PSCCheckPartIsAssembly", 200, "PK_ENTITY_ask_class", kernelCode,
+                          kAssemblySource, 33) +
+                  errorRecord("sp_CollectBodyRecur", 10, "PSCCheckPartIsAssembly", 200, kSource, 33) +
+                  errorRecord("PSCGetAllBodyInPart", 20, "sp_CollectBodyRecur", 10, kSource, 59));
+  }
 }
 
 struct CountingCallee {

@@ -46,51 +46,40 @@ class ScopedCtype {
   bool m_ok = false;
 };
 
-TEST(EntityName, TheUnicodeNameWinsOverTheNarrowOne) {
+TEST(EntityName, UnicodeWinsOverNarrowUnlessEmptyAndUnmappableCharactersAreSubstituted) {
   RunningModeller modeller;
-  const PK_BODY_t body = makeBlock();
-  setNarrowName(body, "narrow");
-  setUnicodeName(body, u"wide");
-  std::string name = "old";
-  EXPECT_EQ(PSCGetEntityName(body, name, true), 0);
-  EXPECT_EQ(name, "wide");
-  EXPECT_EQ(PSCGetEntityName(body, name, false), 0);
-  EXPECT_EQ(name, "narrow");
-}
-
-TEST(EntityName, AnEmptyUnicodeNameFallsBackToTheNarrowName) {
-  RunningModeller modeller;
-  const PK_BODY_t body = makeBlock();
-  setUnicodeName(body, u"");
-  setNarrowName(body, "bracket");
-  std::string name;
-  EXPECT_EQ(PSCGetEntityName(body, name, true), 0);
-  EXPECT_EQ(name, "bracket");
-}
-
-TEST(EntityName, NoNameLeavesTheStringAlone) {
-  RunningModeller modeller;
-  const PK_BODY_t body = makeBlock();
-  std::string name = "untouched";
-  EXPECT_EQ(PSCGetEntityName(body, name, true), -1);
-  EXPECT_EQ(name, "untouched");
-  EXPECT_EQ(st_GetStringAttrib("SDL/TYSA_NAME", body, name), -1);
+  ScopedCtype ascii("C");
+  ASSERT_TRUE(ascii.ok());
+  struct Case {
+    const char* narrow;      // nullptr: no such attribute
+    const char16_t* wide;    // nullptr: no such attribute
+    bool unicode;            // the caller's wish
+    int result;
+    const char* name;        // what the string holds afterwards; it starts "untouched"
+  };
+  const Case cases[] = {
+      {"narrow", u"wide", true, 0, "wide"},
+      {"narrow", u"wide", false, 0, "narrow"},
+      {"bracket", u"", true, 0, "bracket"},
+      {nullptr, nullptr, true, -1, "untouched"},
+      {nullptr, u"Welle \u00D8 \u89D2", true, 0, "Welle ? ?"},
+  };
+  for (const Case& c : cases) {
+    const PK_BODY_t body = makeBlock();
+    if (c.narrow) setNarrowName(body, c.narrow);
+    if (c.wide) setUnicodeName(body, c.wide);
+    std::string name = "untouched";
+    EXPECT_EQ(PSCGetEntityName(body, name, c.unicode), c.result) << c.name;
+    EXPECT_EQ(name, c.name);
+    if (!c.narrow) { EXPECT_EQ(st_GetStringAttrib("SDL/TYSA_NAME", body, name), -1); }
+  }
   EXPECT_EQ(modeller.log(), "");
-}
 
-TEST(EntityName, UnmappableCharactersAreSubstitutedNotRefused) {
-  RunningModeller modeller;
+  ScopedCtype utf8("C.UTF-8");
+  if (!utf8.ok()) GTEST_SKIP() << "no C.UTF-8 locale";
   const PK_BODY_t body = makeBlock();
   setUnicodeName(body, u"Welle \u00D8 \u89D2");
   std::string name;
-  {
-    ScopedCtype ascii("C");
-    ASSERT_TRUE(ascii.ok());
-    EXPECT_EQ(PSCGetEntityName(body, name, true), 0);
-    EXPECT_EQ(name, "Welle ? ?");
-  }
-  ScopedCtype utf8("C.UTF-8");
-  if (!utf8.ok()) GTEST_SKIP() << "no C.UTF-8 locale";
   EXPECT_EQ(PSCGetEntityName(body, name, true), 0);
   EXPECT_EQ(name, "Welle \xC3\x98 \xE8\xA7\x92");
 }

@@ -2,9 +2,6 @@
 // directory; the driver's extension, format and output helpers; trace lines.
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <string>
-
 #include "PSCLog.h"
 #include "frustrum_test_helpers.h"
 
@@ -17,13 +14,14 @@ class FrustrumNames : public FrustrumTest {
   // The first line of the file that a read open of `key` finds.
   std::string whichFile(int guise, int format, const std::string& key) {
     Opened in = openRead(guise, format, key, 0);
-    if (in.ifail != 0) return "<ifail " + std::to_string(in.ifail) + ">";
-    std::string line;
-    read(guise, in.strid, 100, line);
+    if (in.ifail != 0) return ifailText(in.ifail);
+    std::string line = readPiece(guise, in.strid, 100);
     close(guise, in.strid);
     return line;
   }
-  void makeFile(const std::string& name) { meldtest::writeFile(m_dir.path() / name, name + "\n"); }
+  void makeFiles(std::initializer_list<const char*> names) {
+    for (const char* name : names) meldtest::writeFile(m_dir.path() / name, std::string(name) + "\n");
+  }
 };
 
 TEST_F(FrustrumNames, WriteNamesUseLongExtensionsAndFormatSuffixes) {
@@ -60,18 +58,16 @@ TEST_F(FrustrumNames, TransmitNamesComeFromTheDriver) {
   std::string header = fileText("out/res.X_T");
   EXPECT_NE(header.find("KEY=kernel_key;\nFILE=out/res.X_T;\n"), std::string::npos);
 
-  makeFile("model.X_T");
-  makeFile("model.xmt");
+  makeFiles({"model.X_T", "model.xmt"});
   EXPECT_EQ(whichFile(kTransmit, kText, "model"), "model.X_T\n");
   EXPECT_EQ(whichFile(PK_FR_guise_transmit_noname, kText, "model"), "model.xmt\n");
 }
 
-TEST_F(FrustrumNames, SchemaReadsUseDirectoryAndShortNamesWhenAsked) {
+TEST_F(FrustrumNames, SchemaReadsUseTheDirectoryAndShortNamesWhenAsked) {
   std::filesystem::create_directory("schemas");
-  for (const char* name : {"schemas/S1.sch_txt", "schemas/S1.S_T", "schemas/S1.S_B",
-                           "k.snp_txt", "k.N_T"}) {
-    makeFile(name);
-  }
+  std::filesystem::create_directory("env_schemas");
+  makeFiles({"schemas/S1.sch_txt", "schemas/S1.S_T", "schemas/S1.S_B", "k.snp_txt", "k.N_T",
+             "S2.sch_txt", "env_schemas/S2.sch_txt"});
   PSCSetSchemaDirectory("schemas");
   EXPECT_EQ(whichFile(PK_FR_guise_schema, kText, "S1"), "schemas/S1.sch_txt\n");
   {
@@ -82,13 +78,8 @@ TEST_F(FrustrumNames, SchemaReadsUseDirectoryAndShortNamesWhenAsked) {
   }
   meldtest::ScopedEnv zero("VTX_PSC_USE_SHORT_NAME_SCHEMA", "0");
   EXPECT_EQ(whichFile(PK_FR_guise_schema, kText, "S1"), "schemas/S1.sch_txt\n");
-}
-
-TEST_F(FrustrumNames, SchemaDirectoryFromArgumentEnvironmentOrNone) {
-  makeFile("S2.sch_txt");
-  std::filesystem::create_directory("env_schemas");
-  makeFile("env_schemas/S2.sch_txt");
   {
+    // No argument: P_SCHEMA, else no directory.
     meldtest::ScopedEnv variable("P_SCHEMA", "env_schemas");
     PSCSetSchemaDirectory(nullptr);
     EXPECT_STREQ(PSCGetSchemaDirectory(), "env_schemas");
@@ -102,7 +93,7 @@ TEST_F(FrustrumNames, SchemaDirectoryFromArgumentEnvironmentOrNone) {
   EXPECT_EQ(whichFile(PK_FR_guise_schema, kText, "S2"), "S2.sch_txt\n");
 }
 
-TEST_F(FrustrumNames, BadNamesGiveIfail1) {
+TEST_F(FrustrumNames, BadNamesGiveIfail1AndAKeyOf256CharactersAborts) {
   EXPECT_EQ(openRead(PK_FR_guise_schema, kText, " S1").ifail, PK_FR_bad_name);
   PSCSetSchemaDirectory("schemas");  // the key is checked before the directory
   EXPECT_EQ(openRead(PK_FR_guise_schema, kText, " S1").ifail, PK_FR_bad_name);
@@ -111,47 +102,29 @@ TEST_F(FrustrumNames, BadNamesGiveIfail1) {
   Opened tooLong = openWrite(PK_FR_guise_journal, kText, std::string(250, 'j'));
   EXPECT_EQ(tooLong.ifail, PK_FR_bad_name);
   EXPECT_EQ(tooLong.strid, -1);
+  EXPECT_DEATH(openRead(kTransmit, kText, std::string(256, 'k')), "file key of 256 characters");
 }
 
-TEST_F(FrustrumNames, KeyOf256CharactersAborts) {
-  EXPECT_DEATH(openRead(kTransmit, kText, std::string(256, 'k')),
-               "file key of 256 characters");
-}
+TEST(DriverSettings, PartFileExtensionTransmitFormatAndOutputKey) {
+  // Found at the end, ignoring case; a bare extension is not a name with one.
+  const std::pair<const char*, int> extensions[] = {
+      {"dir/a.X_T", 5}, {"gismo-swept.xmt_txt", 11}, {"a.XMT_BIN", 1}, {"a.x_b", 1},
+      {".x_t", -1},     {".xmt_txt", -1},            {"part.step", -1}, {"x_t", -1}, {nullptr, -1}};
+  for (auto [name, at] : extensions)
+    EXPECT_EQ(PSCFindPartFileExtension(name), at < 0 ? nullptr : name + at) << (name ? name : "null");
+  // Text only for the exact text extensions.
+  const std::tuple<int, const char*, int> formats[] = {
+      {1, ".X_T", 1},         {1, ".x_b", 2},         {0, ".xmt_TXT", 18220}, {2, ".x_t", 18220},
+      {2, ".xmt_bin", 18221}, {2, ".x_tt", 18221},    {0, nullptr, 18221},    {1, nullptr, 2}};
+  for (auto [family, extension, format] : formats)
+    EXPECT_EQ(PSCTransmitFormatFor(family, extension), format) << (extension ? extension : "null");
 
-TEST(PartFileExtension, FoundAtTheEndIgnoringCase) {
-  const char* upper = "dir/a.X_T";
-  EXPECT_EQ(PSCFindPartFileExtension(upper), upper + 5);
-  const char* longText = "gismo-swept.xmt_txt";
-  EXPECT_EQ(PSCFindPartFileExtension(longText), longText + 11);
-  EXPECT_STREQ(PSCFindPartFileExtension("a.XMT_BIN"), ".XMT_BIN");
-  EXPECT_STREQ(PSCFindPartFileExtension("a.x_b"), ".x_b");
-  // A bare extension is not a name with an extension.
-  EXPECT_EQ(PSCFindPartFileExtension(".x_t"), nullptr);
-  EXPECT_EQ(PSCFindPartFileExtension(".xmt_txt"), nullptr);
-  EXPECT_EQ(PSCFindPartFileExtension("part.step"), nullptr);
-  EXPECT_EQ(PSCFindPartFileExtension("x_t"), nullptr);
-  EXPECT_EQ(PSCFindPartFileExtension(nullptr), nullptr);
-}
-
-TEST(TransmitFormat, TextOnlyForExactTextExtensions) {
-  EXPECT_EQ(PSCTransmitFormatFor(1, ".X_T"), 1);
-  EXPECT_EQ(PSCTransmitFormatFor(1, ".x_b"), 2);
-  EXPECT_EQ(PSCTransmitFormatFor(0, ".xmt_TXT"), 18220);
-  EXPECT_EQ(PSCTransmitFormatFor(2, ".x_t"), 18220);
-  EXPECT_EQ(PSCTransmitFormatFor(2, ".xmt_bin"), 18221);
-  EXPECT_EQ(PSCTransmitFormatFor(2, ".x_tt"), 18221);
-  EXPECT_EQ(PSCTransmitFormatFor(0, nullptr), 18221);
-  EXPECT_EQ(PSCTransmitFormatFor(1, nullptr), 2);
-}
-
-TEST(DriverSettings, TransmitExtensionAndOutputKey) {
   PSCSetTransmitExtension(".xmt_txt");
   EXPECT_STREQ(PSCGetTransmitExtension(), ".xmt_txt");
   PSCSetTransmitExtension("abc");
   EXPECT_STREQ(PSCGetTransmitExtension(), ".x_b");
   PSCSetTransmitExtension(nullptr);
   EXPECT_STREQ(PSCGetTransmitExtension(), ".x_b");
-
   char key[301];
   PSCSetOutputFile("/work/out/united", key);
   EXPECT_STREQ(key, "united");
@@ -162,28 +135,21 @@ TEST(DriverSettings, TransmitExtensionAndOutputKey) {
   EXPECT_STREQ(key, "");
 }
 
-class FrustrumTrace : public FrustrumNames {
- protected:
+TEST_F(FrustrumNames, OpensAreTracedWhenAskedReadsAsTranscriptWritesAsDetail) {
+  std::filesystem::create_directory("schemas");
+  makeFiles({"schemas/S1.S_T"});
+  PSCSetSchemaDirectory("schemas");
+  meldtest::ScopedEnv shortNames("VTX_PSC_USE_SHORT_NAME_SCHEMA", "1");
   // Opens a short-named schema file and writes a journal with the log open.
-  std::string traceOfOpens(const char* debugLevel) {
+  auto traceOfOpens = [this](const char* trace, const char* debugLevel) {
+    meldtest::ScopedEnv traceVariable("VTDBG_FRUSTRUM", trace);
     meldtest::ScopedEnv level("VTDBG", debugLevel);
     EXPECT_EQ(PSCInitializeLog("trace.log", nullptr), 0);
     whichFile(PK_FR_guise_schema, kText, "S1");
-    Opened journal = openWrite(PK_FR_guise_journal, kText, "j");
-    close(PK_FR_guise_journal, journal.strid);
+    close(PK_FR_guise_journal, openWrite(PK_FR_guise_journal, kText, "j").strid);
     PSCTerminateLog();
     return fileText("trace.log");
-  }
-  void SetUp() override {
-    FrustrumNames::SetUp();
-    std::filesystem::create_directory("schemas");
-    makeFile("schemas/S1.S_T");
-    PSCSetSchemaDirectory("schemas");
-  }
-  meldtest::ScopedEnv m_shortNames{"VTX_PSC_USE_SHORT_NAME_SCHEMA", "1"};
-};
-
-TEST_F(FrustrumTrace, OpensAreTracedWhenAsked) {
+  };
   const std::string readLines =
       ">>> USING SHORT NAME SCHEMA\n"
       ">>> Opening file \"schemas/S1.S_T\" to Read at Frustrum.\n"
@@ -191,15 +157,9 @@ TEST_F(FrustrumTrace, OpensAreTracedWhenAsked) {
   const std::string writeLines =
       ">>> Opening file \"j.jnl_txt\" to write at Frustrum.\n"
       ">>>         file \"j.jnl_txt\" opened.\n";
-  meldtest::ScopedEnv trace("VTDBG_FRUSTRUM", "1");
-  EXPECT_EQ(traceOfOpens("6"), readLines + writeLines);
-  // Write traces are detail (level 16); read traces are transcript.
-  EXPECT_EQ(traceOfOpens("0"), readLines);
-}
-
-TEST_F(FrustrumTrace, SilentUnlessPositive) {
-  meldtest::ScopedEnv trace("VTDBG_FRUSTRUM", "0");
-  EXPECT_EQ(traceOfOpens("6"), "");
+  EXPECT_EQ(traceOfOpens("1", "6"), readLines + writeLines);
+  EXPECT_EQ(traceOfOpens("1", "0"), readLines);
+  EXPECT_EQ(traceOfOpens("0", "6"), "");
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <string>
 
 #include "frustrum_test_helpers.h"
 
@@ -49,25 +48,20 @@ TEST_F(FrustrumSession, NestedStartsCloseFilesOnlyAtLastStop) {
 }
 
 TEST_F(FrustrumSession, ThirtyThirdStreamIsRefusedLowestFreeNumberReused) {
-  for (int n = 0; n < 32; ++n) {
-    Opened journal = openJournal(n);
-    ASSERT_EQ(journal.ifail, 0);
-    ASSERT_EQ(journal.strid, n + 1);
-  }
+  for (int n = 0; n < 32; ++n) ASSERT_EQ(openJournal(n).strid, n + 1);
   Opened refused = openJournal(32);
   EXPECT_EQ(refused.ifail, PK_FR_open_fail);
   EXPECT_EQ(refused.strid, -1);
   EXPECT_EQ(openRead(PK_FR_guise_journal, kBinary, "j0").ifail, PK_FR_open_fail);
   EXPECT_EQ(openRollback().ifail, PK_FR_open_fail);
   EXPECT_FALSE(exists("j32.jnl_bin"));
-
   ASSERT_EQ(close(PK_FR_guise_journal, 9), 0);
   ASSERT_EQ(close(PK_FR_guise_journal, 5), 0);
   EXPECT_EQ(openJournal(40).strid, 5);
   EXPECT_EQ(openJournal(41).strid, 9);
 }
 
-TEST_F(FrustrumSession, MemoryIsHandedOutAndTakenBack) {
+TEST_F(FrustrumSession, MemoryAndTheRecordOfNineteenSlotsInKernelOrder) {
   int nbytes = 1000, ifail = -1;
   char* memory = nullptr;
   FMALLO(&nbytes, &memory, &ifail);
@@ -80,9 +74,7 @@ TEST_F(FrustrumSession, MemoryIsHandedOutAndTakenBack) {
   nbytes = -1;
   FMALLO(&nbytes, &memory, &ifail);
   EXPECT_EQ(ifail, PK_FR_unspecified);
-}
 
-TEST_F(FrustrumSession, RecordHoldsTheNineteenSlotsInKernelOrder) {
   const PK_SESSION_frustrum_t expected = {
       FSTART, FABORT, FSTOP,  FMALLO, FMFREE, GOSGMT, GOOPSG, GOCLSG, GOPIXL, GOOPPX,
       GOCLPX, FFOPRD, FFOPWR, FFCLOS, FFREAD, FFWRIT, FFOPRB, FFSEEK, FFTELL,
@@ -91,7 +83,6 @@ TEST_F(FrustrumSession, RecordHoldsTheNineteenSlotsInKernelOrder) {
   std::memset(&record, 0xff, sizeof record);
   PSCFillFrustrum(&record);
   EXPECT_EQ(std::memcmp(&record, &expected, sizeof record), 0);
-  int ifail = -1;
   record.goopsg(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &ifail);
   EXPECT_EQ(ifail, 0);
   ifail = -1;
@@ -99,19 +90,17 @@ TEST_F(FrustrumSession, RecordHoldsTheNineteenSlotsInKernelOrder) {
   EXPECT_EQ(ifail, 0);
 }
 
-class RollbackFile : public FrustrumTest {
- protected:
-  std::string tempDir() { return (m_dir.path() / "tmp").string(); }
-};
+using RollbackFile = FrustrumTest;
 
 TEST_F(RollbackFile, SeekTellAndDeleteOnClose) {
-  std::filesystem::create_directory(tempDir());
-  meldtest::ScopedEnv tmpdir("TMPDIR", tempDir().c_str());  // no trailing '/'
+  const std::string tmp = (m_dir.path() / "tmp").string();
+  std::filesystem::create_directory(tmp);
+  meldtest::ScopedEnv tmpdir("TMPDIR", tmp.c_str());  // no trailing '/'
   int actsize = 0;
   Opened scratch = openRollback(50000, &actsize);
   ASSERT_EQ(scratch.ifail, 0);
   EXPECT_EQ(actsize, 50000);
-  EXPECT_TRUE(std::filesystem::exists(tempDir() + "/rollback.001"));
+  EXPECT_TRUE(std::filesystem::exists(tmp + "/rollback.001"));
 
   const int guise = PK_FR_guise_rollback;
   std::string data;
@@ -123,21 +112,16 @@ TEST_F(RollbackFile, SeekTellAndDeleteOnClose) {
   position = 10;
   FFSEEK(&guise, &scratch.strid, &position, &ifail);
   ASSERT_EQ(ifail, 0);
-  std::string piece;
-  ASSERT_EQ(read(guise, scratch.strid, 5, piece), 0);
-  EXPECT_EQ(piece, data.substr(10, 5));
+  EXPECT_EQ(readPiece(guise, scratch.strid, 5), data.substr(10, 5));
   FFTELL(&guise, &scratch.strid, &position, &ifail);
   EXPECT_EQ(position, 15);
-
   EXPECT_EQ(close(guise, scratch.strid), 0);
-  EXPECT_FALSE(std::filesystem::exists(tempDir() + "/rollback.001"));
-}
+  EXPECT_FALSE(std::filesystem::exists(tmp + "/rollback.001"));
 
-TEST_F(RollbackFile, PositioningOnlyForRollbackGuiseAndStream) {
-  meldtest::ScopedEnv tmpdir("TMPDIR", (m_dir.path().string() + "/").c_str());
-  Opened scratch = openRollback();
+  // Positioning is only for the rollback guise and stream.
+  scratch = openRollback();
   Opened part = openWrite(kTransmit, kText, "part");
-  int rollback = PK_FR_guise_rollback, transmit = kTransmit, position = 0, ifail = -1;
+  int rollback = PK_FR_guise_rollback, transmit = kTransmit;
   FFSEEK(&transmit, &scratch.strid, &position, &ifail);
   EXPECT_EQ(ifail, PK_FR_unspecified);
   FFTELL(&rollback, &part.strid, &position, &ifail);
@@ -145,46 +129,44 @@ TEST_F(RollbackFile, PositioningOnlyForRollbackGuiseAndStream) {
   position = -5;
   FFSEEK(&rollback, &scratch.strid, &position, &ifail);
   EXPECT_EQ(ifail, PK_FR_unspecified);
-  int minsize = 1, maxsize = 2, actsize = 0, strid = 0;
+  int minsize = 1, maxsize = 2, strid = 0;
   FFOPRB(&transmit, &minsize, &maxsize, &actsize, &strid, &ifail);
   EXPECT_EQ(ifail, PK_FR_unspecified);
 }
 
-TEST_F(RollbackFile, EnvironmentNamesTheFileLaterVariableWins) {
-  {
-    meldtest::ScopedEnv quil("QUIL_ROLBK_FILE", "quil_scratch");
+TEST_F(RollbackFile, TheEnvironmentNamesTheFileAndBadNamesNeverStopTheProgram) {
+  struct Case {
+    const char* quil;
+    const char* vtx;
+    std::string tmpdir;
+    const char* file;  // nullptr: the open fails with PK_FR_open_fail
+  };
+  const std::string tooLong(300, 'r');
+  const Case cases[] = {
+      {"quil_scratch", nullptr, "", "quil_scratch.001"},
+      {"quil_scratch", "vtx_scratch", "", "vtx_scratch.001"},  // the later variable wins
+      // A temporary directory too long to build a name on, alone or with the
+      // file name on it: the working directory.
+      {nullptr, nullptr, "/" + std::string(260, 'd'), "rollback.001"},
+      {nullptr, nullptr, "/" + std::string(250, 'd') + "/", "rollback.001"},
+      {nullptr, tooLong.c_str(), "", nullptr},
+      {nullptr, "no_such_dir/scratch", "", nullptr},
+  };
+  for (const Case& c : cases) {
+    meldtest::ScopedEnv quil("QUIL_ROLBK_FILE", c.quil);
+    meldtest::ScopedEnv vtx("VTX_ROLBK_FILE", c.vtx);
+    meldtest::ScopedEnv tmpdir("TMPDIR", c.tmpdir.empty() ? nullptr : c.tmpdir.c_str());
     Opened scratch = openRollback();
-    ASSERT_EQ(scratch.ifail, 0);
-    EXPECT_TRUE(exists("quil_scratch.001"));
+    if (!c.file) {
+      EXPECT_EQ(scratch.ifail, PK_FR_open_fail) << (c.vtx ? c.vtx : "");
+      continue;
+    }
+    ASSERT_EQ(scratch.ifail, 0) << c.file;
+    EXPECT_TRUE(exists(c.file)) << c.file;
+    if (c.vtx) { EXPECT_FALSE(exists("quil_scratch.001")); }
     EXPECT_EQ(close(PK_FR_guise_rollback, scratch.strid), 0);
-    meldtest::ScopedEnv vtx("VTX_ROLBK_FILE", "vtx_scratch");
-    scratch = openRollback();
-    EXPECT_TRUE(exists("vtx_scratch.001"));
-    EXPECT_FALSE(exists("quil_scratch.001"));
+    EXPECT_FALSE(exists(c.file)) << c.file;
   }
-  // A temporary directory too long to build a name on: the working directory.
-  meldtest::ScopedEnv tmpdir("TMPDIR", ("/" + std::string(260, 'd')).c_str());
-  Opened scratch = openRollback();
-  ASSERT_EQ(scratch.ifail, 0);
-  EXPECT_TRUE(exists("rollback.001"));
-}
-
-TEST_F(RollbackFile, NamesTooLongToKeepNeverStopTheProgram) {
-  {
-    // Short enough alone, too long with the file name on it.
-    meldtest::ScopedEnv tmpdir("TMPDIR", ("/" + std::string(250, 'd') + "/").c_str());
-    Opened scratch = openRollback();
-    ASSERT_EQ(scratch.ifail, 0);
-    EXPECT_TRUE(exists("rollback.001"));
-    EXPECT_EQ(close(PK_FR_guise_rollback, scratch.strid), 0);
-  }
-  meldtest::ScopedEnv vtx("VTX_ROLBK_FILE", std::string(300, 'r').c_str());
-  EXPECT_EQ(openRollback().ifail, PK_FR_open_fail);
-}
-
-TEST_F(RollbackFile, UncreatableScratchFileGives10) {
-  meldtest::ScopedEnv vtx("VTX_ROLBK_FILE", "no_such_dir/scratch");
-  EXPECT_EQ(openRollback().ifail, PK_FR_open_fail);
 }
 
 }  // namespace

@@ -59,6 +59,14 @@ inline int read(int guise, int strid, int nmax, std::string& out) {
   return ifail;
 }
 
+// One read as text, or ifailText(ifail) when the slot failed.
+inline std::string ifailText(int ifail) { return "<ifail " + std::to_string(ifail) + ">"; }
+inline std::string readPiece(int guise, int strid, int nmax) {
+  std::string out;
+  const int ifail = read(guise, strid, nmax, out);
+  return ifail == 0 ? out : ifailText(ifail);
+}
+
 // Everything left in the stream, read in `nmax`-sized calls until end of file.
 inline std::string readToEnd(int guise, int strid, int nmax, int* lastIfail) {
   std::string all, piece;

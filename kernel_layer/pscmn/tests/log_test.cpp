@@ -1,7 +1,7 @@
-#include <string>
-#include <vector>
-
+// The leveled message log: file, levels, echo, catalogue and hooks.
 #include <gtest/gtest.h>
+
+#include <vector>
 
 #include "PSCLog.h"
 #include "TestSupport.h"
@@ -9,11 +9,11 @@
 
 namespace {
 
-std::vector<std::string> g_displayed;
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStdout;
 
 class MessageLogTest : public ::testing::Test {
  protected:
-  void SetUp() override { g_displayed.clear(); }
   void TearDown() override {
     PSCTerminateLog();
     PSCSetLogFilterHook(nullptr);
@@ -40,7 +40,7 @@ TEST_F(MessageLogTest, DefaultNameIsUsedAndTheFileIsTruncated) {
   EXPECT_EQ(meldtest::readFile("ps_trans.out"), "line\n");
 }
 
-TEST_F(MessageLogTest, DetailLevelsNeedTheDebugLevel) {
+TEST_F(MessageLogTest, DetailLevelsNeedTheDebugLevelAndReinitialisingWarnsAndTruncates) {
   ASSERT_EQ(PSCInitializeLog("run.log", nullptr), 0);
   EXPECT_EQ(PSCGetLogLevel(), 0);
   EXPECT_EQ(PSCWriteLog(11, 0, "hidden\n"), 0);
@@ -48,7 +48,10 @@ TEST_F(MessageLogTest, DetailLevelsNeedTheDebugLevel) {
   EXPECT_EQ(logText(), "transcript\n");
 
   meldtest::ScopedEnv vtdbg("VTDBG", "2");
-  ASSERT_EQ(PSCInitializeLog("run.log", nullptr), 0);  // re-initialising warns on stdout
+  CaptureStdout();
+  EXPECT_EQ(PSCInitializeLog("run.log", nullptr), 0);
+  EXPECT_EQ(GetCapturedStdout(), "/PSCInitializeLog/ log file already opend !!\n");
+  EXPECT_EQ(logText(), "");
   PSCWriteLog(11, 0, "eleven\n");
   PSCWriteLog(12, 0, "twelve\n");
   PSCWriteLog(13, 0, "thirteen\n");
@@ -70,17 +73,6 @@ TEST_F(MessageLogTest, LaterDebugVariableWins) {
   EXPECT_EQ(PSCGetLogLevel(), 0);
 }
 
-TEST_F(MessageLogTest, InvalidLevelsAreRefusedOnStandardOutput) {
-  PSCInitializeLog("run.log", nullptr);
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(PSCWriteLog(9, 0, "x"), 1);
-  EXPECT_EQ(PSCWriteLog(20, 0, "x"), 1);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "/PSCWriteLog/ Invalid call PSCWriteLog for 'iMessageLevel'=9 !!\n"
-            "/PSCWriteLog/ Invalid call PSCWriteLog for 'iMessageLevel'=20 !!\n");
-  EXPECT_EQ(logText(), "");
-}
-
 TEST_F(MessageLogTest, OnlyTheTranscriptIsCutTo1029Characters) {
   meldtest::ScopedEnv vtdbg("VTDBG", "1");
   PSCInitializeLog("run.log", nullptr);
@@ -95,37 +87,30 @@ TEST_F(MessageLogTest, ConsoleEchoFollowsTheLaterVariableAndNeedsAnOpenLog) {
   {
     meldtest::ScopedEnv quil("QUIL_DBG_PRINT", "1");  // VTX_DBG_PRINT "0" overrides it
     PSCInitializeLog("run.log", nullptr);
-    testing::internal::CaptureStdout();
+    CaptureStdout();
     PSCWriteLog(10, 0, "quiet\n");
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(GetCapturedStdout(), "");
     PSCTerminateLog();
   }
   meldtest::ScopedEnv echo("VTX_DBG_PRINT", "1");
   PSCInitializeLog("run.log", nullptr);
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   PSCWriteLog(10, 0, "shown\n");
   PSCTerminateLog();
   PSCWriteLog(10, 0, "closed\n");
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "shown\n");
-}
-
-TEST_F(MessageLogTest, DoubleInitialisationWarnsAndTruncates) {
-  PSCInitializeLog("run.log", nullptr);
-  PSCWriteLog(10, 0, "first\n");
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(PSCInitializeLog("run.log", nullptr), 0);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "/PSCInitializeLog/ log file already opend !!\n");
-  EXPECT_EQ(logText(), "");
+  EXPECT_EQ(GetCapturedStdout(), "shown\n");
 }
 
 TEST_F(MessageLogTest, UncreatableLogGives1021AndStillDisplays) {
-  ax_RegisterDisplayCallback([](int, int, const char* text) { g_displayed.push_back(text); });
+  static std::vector<std::string> displayed;
+  displayed.clear();
+  ax_RegisterDisplayCallback([](int, int, const char* text) { displayed.push_back(text); });
   EXPECT_EQ(PSCInitializeLog("no-such-folder/run.log", nullptr), 1021);
   EXPECT_EQ(PSCWriteLog(10, 0, "to display\n"), 0);
-  EXPECT_EQ(g_displayed, std::vector<std::string>{"to display\n"});
+  EXPECT_EQ(displayed, std::vector<std::string>{"to display\n"});
 }
 
-TEST_F(MessageLogTest, CatalogueFormatsNumberedTranscriptMessages) {
+TEST_F(MessageLogTest, CatalogueFormatsNumberedTranscriptMessagesWhileTheLogIsOpen) {
   meldtest::writeFile("messages.cat", "1004 Phase: %s\n");
   ASSERT_EQ(PSCInitializeLog("run.log", "messages.cat"), 0);
   PSCWriteLog(10, 1004, "load");
@@ -138,7 +123,7 @@ TEST_F(MessageLogTest, CatalogueFormatsNumberedTranscriptMessages) {
   EXPECT_EQ(logText(), "load");
 }
 
-TEST_F(MessageLogTest, FilterTakesMessagesAndObserverSeesValidOnes) {
+TEST_F(MessageLogTest, InvalidLevelsAreRefusedFilterTakesMessagesObserverSeesValidOnes) {
   static std::vector<std::string> observed;
   observed.clear();
   PSCSetLogFilterHook([](int level, unsigned, const char*) { return level == 12; });
@@ -149,9 +134,12 @@ TEST_F(MessageLogTest, FilterTakesMessagesAndObserverSeesValidOnes) {
   EXPECT_EQ(PSCWriteLog(12, 0, "filtered"), 0);
   EXPECT_EQ(PSCWriteLog(11, 0, "below debug level"), 0);
   EXPECT_EQ(PSCWriteLog(10, 0, "kept"), 0);
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(PSCWriteLog(25, 0, "invalid"), 1);
-  testing::internal::GetCapturedStdout();
+  CaptureStdout();
+  EXPECT_EQ(PSCWriteLog(9, 0, "x"), 1);
+  EXPECT_EQ(PSCWriteLog(20, 0, "x"), 1);
+  EXPECT_EQ(GetCapturedStdout(),
+            "/PSCWriteLog/ Invalid call PSCWriteLog for 'iMessageLevel'=9 !!\n"
+            "/PSCWriteLog/ Invalid call PSCWriteLog for 'iMessageLevel'=20 !!\n");
   EXPECT_EQ(observed, (std::vector<std::string>{"11below debug level", "10kept"}));
   EXPECT_EQ(logText(), "kept");
 }

@@ -46,10 +46,4 @@ TEST_F(FailureReportTest, WritesTheRecordAndTheStatusBlock) {
   EXPECT_EQ(stackCount(), 0);
 }
 
-TEST(DriverConsole, PrintErrorLine) {
-  testing::internal::CaptureStdout();
-  PSCPrintError(210, "st_ProcessFiles1");
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "ERROR : rc = 210, st_ProcessFiles1\n");
-}
-
 }  // namespace
