@@ -194,7 +194,6 @@ PK_ERROR_code_t readDelta(PK_DELTA_t key, unsigned n, char* bytes) {
   const std::string& data = deltaLog().deltas[key];
   if (it->second.position + n > data.size()) return PK_ERROR_delta_read_past_end;
   std::memcpy(bytes, data.data() + it->second.position, n);
-  if (deltaLog().corruptReads && n > 0) bytes[0] = char(0x7F);
   it->second.position += n;
   deltaLog().bytesRead += n;
   return 0;

@@ -32,7 +32,6 @@ struct DeltaLog {
   long long bytesWritten = 0, bytesRead = 0;
   int closedWithDataUnread = 0;
   std::map<PK_DELTA_t, std::string> deltas;  // live deltas and their bytes
-  bool corruptReads = false;                 // flip a byte in what is read back
   bool failOpenForWrite = false;             // open_for_write_fn answers a failure
   bool failWrites = false;                   // write_fn answers a failure
 };
