@@ -78,16 +78,4 @@ RunResult run(const std::string& program, const std::vector<std::string>& args,
   return result;
 }
 
-std::string fileHash(const std::filesystem::path& path) {
-  const std::string bytes = meldtest::readFile(path);
-  std::uint64_t hash = 1469598103934665603ull;
-  for (unsigned char c : bytes) {
-    hash ^= c;
-    hash *= 1099511628211ull;
-  }
-  char text[32];
-  std::snprintf(text, sizeof text, "%016llx:%zu", static_cast<unsigned long long>(hash), bytes.size());
-  return text;
-}
-
 }  // namespace e2e

@@ -22,7 +22,4 @@ RunResult run(const std::string& program, const std::vector<std::string>& args,
               const std::filesystem::path& workDir,
               const std::map<std::string, std::string>& env = {});
 
-// A cheap content fingerprint (FNV-1a, 64 bit) of a whole file.
-std::string fileHash(const std::filesystem::path& path);
-
 }  // namespace e2e

@@ -80,45 +80,41 @@ TEST_F(RollbackFile, FrontObjectRollsBackThroughTheFile) {
   EXPECT_EQ(modeller.log(), "");
 }
 
-TEST_F(RollbackFile, RefusedSizeIsToldOnceAndNotRetried) {
-  RunningModeller modeller;
-  ASSERT_EQ(modeller.startResult, 0);
-  meldtest::ScopedEnv file("VTX_ROLBK_FILE", (modeller.path() / "scratch").c_str());
-  {
-    meldtest::ScopedEnv size("ROLBK", "3000");
-    EXPECT_EQ(NPRollBackSetMark(), 2010);
+// A failed initialisation is told with its box and its error record, and is not
+// tried again: after a refused size the next mark goes straight to the kernel;
+// after an unopenable file the mark itself fails, told with the size box.
+TEST_F(RollbackFile, FailedInitialisationIsToldWithItsBoxOnceAndNotRetried) {
+  struct Case {
+    const char* size;
+    const char* file;
+    const char* box;
+    const char* otherBox;
+    int kernelCode;
+    int nextMark;
+    std::string nextLog;
+  } cases[] = {{"3000", "scratch", kSizeBox, kOpenBox, KI_rollback_size_bad, 0, ""},
+               {nullptr, "/nonexistent-dir/sub/rollback", kOpenBox, kSizeBox, KI_cant_open_rollback,
+                2110, std::string(kSizeBox) + "NPRollBackSetMark = 2110 : KI_ROLSMK = 928"}};
+  for (const Case& c : cases) {
+    NPRollBackResetForTesting();
+    RunningModeller modeller;
+    ASSERT_EQ(modeller.startResult, 0);
+    meldtest::ScopedEnv file("VTX_ROLBK_FILE", c.file);
+    {
+      meldtest::ScopedEnv size("ROLBK", c.size);
+      EXPECT_EQ(NPRollBackSetMark(), 2010);
+    }
+    const std::string log = modeller.log();
+    EXPECT_EQ(log.find(c.box), 0u) << log;
+    EXPECT_EQ(log.find(c.otherBox), std::string::npos) << log;
+    EXPECT_NE(log.find(sessiontest::errorRecord("st_RollBackInit", 2110, "KI_SEINTP", c.kernelCode,
+                                                "kernel_layer\\src\\nut2ps\\NPRollBack", 74)),
+              std::string::npos);
+    EXPECT_NE(log.find("NPRollBackSetMark = 2010 : st_RollBackInit = 2110"), std::string::npos);
+
+    EXPECT_EQ(NPRollBackSetMark(), c.nextMark);
+    EXPECT_EQ(modeller.log().substr(log.size()).rfind(c.nextLog, 0), 0u) << modeller.log();
   }
-  std::string log = modeller.log();
-  EXPECT_EQ(log.find(kSizeBox), 0u) << log;
-  EXPECT_NE(log.find(sessiontest::errorRecord("st_RollBackInit", 2110, "KI_SEINTP",
-                                              KI_rollback_size_bad,
-                                              "kernel_layer\\src\\nut2ps\\NPRollBack", 74)),
-            std::string::npos);
-  EXPECT_NE(log.find("NPRollBackSetMark = 2010 : st_RollBackInit = 2110"), std::string::npos);
-
-  // Initialisation was tried once; the next mark goes straight to the kernel.
-  EXPECT_EQ(NPRollBackSetMark(), 0);
-}
-
-TEST_F(RollbackFile, UnopenableFileIsToldWithTheOpenBoxWhenSized) {
-  RunningModeller modeller;
-  ASSERT_EQ(modeller.startResult, 0);
-  meldtest::ScopedEnv file("VTX_ROLBK_FILE", "/nonexistent-dir/sub/rollback");
-  EXPECT_EQ(NPRollBackSetMark(), 2010);
-  const std::string log = modeller.log();
-  EXPECT_EQ(log.find(kOpenBox), 0u) << log;
-  EXPECT_EQ(log.find("Rollback file size"), std::string::npos) << log;
-  EXPECT_NE(log.find(sessiontest::errorRecord("st_RollBackInit", 2110, "KI_SEINTP",
-                                              KI_cant_open_rollback,
-                                              "kernel_layer\\src\\nut2ps\\NPRollBack", 74)),
-            std::string::npos);
-  EXPECT_NE(log.find("NPRollBackSetMark = 2010 : st_RollBackInit = 2110"), std::string::npos);
-
-  // Initialisation is not tried again; the mark itself fails with the size box.
-  EXPECT_EQ(NPRollBackSetMark(), 2110);
-  const std::string later = modeller.log().substr(log.size());
-  EXPECT_EQ(later.find(kSizeBox), 0u) << later;
-  EXPECT_NE(later.find("NPRollBackSetMark = 2110 : KI_ROLSMK = 928"), std::string::npos);
 }
 
 }  // namespace

@@ -29,48 +29,43 @@ class MessageLogTest : public ::testing::Test {
   meldtest::ScopedEnv m_echoOff{"VTX_DBG_PRINT", "0"};  // echo survives terminate; reset it
 };
 
-TEST_F(MessageLogTest, DefaultNameIsUsedAndTheFileIsTruncated) {
+TEST_F(MessageLogTest, DefaultNameIsUsedAndOpeningTruncatesAlsoWhenAlreadyOpen) {
   meldtest::writeFile("ps_trans.out", "old contents");
   ASSERT_EQ(PSCInitializeLog(nullptr, nullptr), 0);
-  EXPECT_EQ(PSCTerminateLog(), 0);
   EXPECT_EQ(meldtest::readFile("ps_trans.out"), "");
-  ASSERT_EQ(PSCInitializeLog("", nullptr), 0);
+  PSCWriteLog(10, 0, "first\n");
+  CaptureStdout();
+  EXPECT_EQ(PSCInitializeLog("", nullptr), 0);
+  EXPECT_EQ(GetCapturedStdout(), "/PSCInitializeLog/ log file already opend !!\n");
+  EXPECT_EQ(meldtest::readFile("ps_trans.out"), "");
   PSCWriteLog(10, 0, "line\n");
-  PSCTerminateLog();
+  EXPECT_EQ(PSCTerminateLog(), 0);
   EXPECT_EQ(meldtest::readFile("ps_trans.out"), "line\n");
 }
 
-TEST_F(MessageLogTest, DetailLevelsNeedTheDebugLevelAndReinitialisingWarnsAndTruncates) {
-  ASSERT_EQ(PSCInitializeLog("run.log", nullptr), 0);
-  EXPECT_EQ(PSCGetLogLevel(), 0);
-  EXPECT_EQ(PSCWriteLog(11, 0, "hidden\n"), 0);
-  EXPECT_EQ(PSCWriteLog(10, 0, "transcript\n"), 0);
-  EXPECT_EQ(logText(), "transcript\n");
-
-  meldtest::ScopedEnv vtdbg("VTDBG", "2");
-  CaptureStdout();
-  EXPECT_EQ(PSCInitializeLog("run.log", nullptr), 0);
-  EXPECT_EQ(GetCapturedStdout(), "/PSCInitializeLog/ log file already opend !!\n");
-  EXPECT_EQ(logText(), "");
-  PSCWriteLog(11, 0, "eleven\n");
-  PSCWriteLog(12, 0, "twelve\n");
-  PSCWriteLog(13, 0, "thirteen\n");
-  EXPECT_EQ(logText(), "eleven\ntwelve\n");
-}
-
-TEST_F(MessageLogTest, LaterDebugVariableWins) {
-  {
-    meldtest::ScopedEnv axdbg("AXDBG", "3");
-    meldtest::ScopedEnv vtdbg("VTDBG", "0");
-    PSCInitializeLog("run.log", nullptr);
+// The later of AXDBG and VTDBG sets the debug level; level 10+n needs n.
+TEST_F(MessageLogTest, TheLaterDebugVariableSetsTheLevelDetailLinesNeed) {
+  struct Case {
+    const char* axdbg;
+    const char* vtdbg;
+    int level;
+    const char* log;
+  } cases[] = {{nullptr, nullptr, 0, "transcript\n"},
+               {"3", "0", 0, "transcript\n"},
+               {"3", nullptr, 3, "transcript\neleven\ntwelve\nthirteen\n"},
+               {nullptr, "2", 2, "transcript\neleven\ntwelve\n"}};
+  for (const Case& c : cases) {
+    meldtest::ScopedEnv axdbg("AXDBG", c.axdbg), vtdbg("VTDBG", c.vtdbg);
+    ASSERT_EQ(PSCInitializeLog("run.log", nullptr), 0);
+    EXPECT_EQ(PSCGetLogLevel(), c.level);
+    EXPECT_EQ(PSCWriteLog(10, 0, "transcript\n"), 0);
+    EXPECT_EQ(PSCWriteLog(11, 0, "eleven\n"), 0);
+    PSCWriteLog(12, 0, "twelve\n");
+    PSCWriteLog(13, 0, "thirteen\n");
+    EXPECT_EQ(logText(), c.log);
+    EXPECT_EQ(PSCTerminateLog(), 0);
     EXPECT_EQ(PSCGetLogLevel(), 0);
-    PSCTerminateLog();
   }
-  meldtest::ScopedEnv axdbg("AXDBG", "3");
-  PSCInitializeLog("run.log", nullptr);
-  EXPECT_EQ(PSCGetLogLevel(), 3);
-  EXPECT_EQ(PSCTerminateLog(), 0);
-  EXPECT_EQ(PSCGetLogLevel(), 0);
 }
 
 TEST_F(MessageLogTest, OnlyTheTranscriptIsCutTo1029Characters) {
@@ -114,8 +109,7 @@ TEST_F(MessageLogTest, CatalogueFormatsNumberedTranscriptMessagesWhileTheLogIsOp
   meldtest::writeFile("messages.cat", "1004 Phase: %s\n");
   ASSERT_EQ(PSCInitializeLog("run.log", "messages.cat"), 0);
   PSCWriteLog(10, 1004, "load");
-  PSCWriteLog(10, 0, "|");
-  PSCWriteLog(10, 77, "unknown id stays");
+  PSCWriteLog(10, 77, "|unknown id stays");
   PSCTerminateLog();
   EXPECT_EQ(logText(), "Phase: load|unknown id stays");
   PSCInitializeLog("run.log", nullptr);  // the catalogue was closed with the log
