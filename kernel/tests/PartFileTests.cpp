@@ -64,7 +64,7 @@ void expectConsistentFile(const std::string& key) {
 // One corpus file: it loads, its bodies are those the census counts, every solid
 // is valid with a positive volume, and (unless told not to) a text and a binary
 // round trip keep every body as it was. One line per file goes to the test's output.
-void loadAndRoundTrip(const std::filesystem::path& corpus, const CensusRow& row, bool roundTrip) {
+void loadAndRoundTrip(const std::filesystem::path& corpus, const CensusRow& row, bool roundTrip, int& solids) {
   SCOPED_TRACE(row.file);
   std::vector<PK_PART_t> parts;
   ASSERT_EQ(receive(putCorpusFile(corpus, row.file), &parts), PK_ERROR_no_errors) << lastMessage();
@@ -76,6 +76,7 @@ void loadAndRoundTrip(const std::filesystem::path& corpus, const CensusRow& row,
     if (b.type == PK_BODY_type_solid_c) {
       EXPECT_TRUE(b.valid);
       EXPECT_GT(b.volume, 0);
+      ++solids;
     }
     volume += b.volume;
     valid += b.valid;
@@ -108,19 +109,20 @@ TEST_F(PartFiles, EveryFileThatLoadsValidSurvivesARoundTrip) {
   const std::set<std::string> procedural = {
       "biox-Assembly.x_t", "brepm-example_part.x_t",  "brepm-output_baseline1.x_t", "design-Part Studio 1.x_t",
       "geneva-Geneva drive.x_t", "geneva-Part1.x_t", "ps4-Ball.1.x_t", "ps4-Cone.x_t", "ps4-Ring for cone .x_t"};
-  int plain = 0, withProcedural = 0, loadedOnly = 0;
+  int plain = 0, withProcedural = 0, loadedOnly = 0, solids = 0;
   for (const CensusRow& row : readCensus(corpus)) {
     if (row.file == "ps4-snapon_2.x_t") {
-      loadAndRoundTrip(corpus, row, false);
+      loadAndRoundTrip(corpus, row, false, solids);
       ++loadedOnly;
     }
     if (row.procedural && !procedural.count(row.file)) continue;
-    loadAndRoundTrip(corpus, row, true);
+    loadAndRoundTrip(corpus, row, true, solids);
     ++(row.procedural ? withProcedural : plain);
   }
   EXPECT_EQ(plain, 37);
   EXPECT_EQ(withProcedural, static_cast<int>(procedural.size()));
   EXPECT_EQ(loadedOnly, 1);
+  EXPECT_EQ(solids, 98);  // as many as the census counts in these files
 }
 
 }  // namespace
