@@ -16,14 +16,10 @@ PK_ATTDEF_t attdef(const char* name) {
 
 using Attributes = KernelSession;
 
-TEST_F(Attributes, SystemDefinitionsExistFromTheStart) {
-  EXPECT_NE(attdef("SDL/TYSA_NAME"), PK_ENTITY_null);
-  EXPECT_NE(attdef("SDL/TYSA_UNAME"), PK_ENTITY_null);
+// The system definitions exist from the start.
+TEST_F(Attributes, StringAndUnicodeNamesRoundTrip) {
   EXPECT_NE(attdef("SDL/TYSA_NAME"), attdef("SDL/TYSA_UNAME"));
   EXPECT_EQ(attdef("SDL/NO_SUCH_THING"), PK_ENTITY_null);
-}
-
-TEST_F(Attributes, StringAndUnicodeNamesRoundTrip) {
   PK_BODY_t body = makeBlock(1, 1, 1);
   PK_ATTRIB_t found = -1;
   ASSERT_EQ(PK_ENTITY_ask_first_attrib(body, attdef("SDL/TYSA_NAME"), &found), PK_ERROR_no_errors);
@@ -62,6 +58,22 @@ TEST_F(Attributes, FieldsAreCheckedAgainstTheirDefinition) {
   EXPECT_EQ(PK_ATTRIB_set_string(name, -1, "x"), PK_ERROR_bad_field);
   PK_UCHAR_t* back = nullptr;
   EXPECT_EQ(PK_ATTRIB_ask_ustring(name, 0, &back), PK_ERROR_bad_field);
+  // A colour is one real field of three values.
+  PK_ATTRIB_t colour = 0;
+  const double rgb[3] = {0.1, 0.2, 0.3};
+  ASSERT_EQ(PK_ATTRIB_create_empty(body, attdef("SDL/TYSA_COLOUR"), &colour), PK_ERROR_no_errors);
+  ASSERT_EQ(PK_ATTRIB_set_doubles(colour, 0, 3, rgb), PK_ERROR_no_errors);
+  int n = 0;
+  double* values = nullptr;
+  ASSERT_EQ(PK_ATTRIB_ask_doubles(colour, 0, &n, &values), PK_ERROR_no_errors);
+  ASSERT_EQ(n, 3);
+  EXPECT_EQ(values[2], 0.3);
+  PK_MEMORY_free(values);
+  int* ints = nullptr;
+  EXPECT_EQ(PK_ATTRIB_ask_ints(colour, 0, &n, &ints), PK_ERROR_bad_field);
+  EXPECT_EQ(PK_ATTRIB_ask_doubles(colour, 1, &n, &values), PK_ERROR_bad_field);
+  char* text = nullptr;
+  EXPECT_EQ(PK_ATTRIB_ask_string(colour, 0, &text), PK_ERROR_bad_field);
   PK_ATTRIB_t onAttrib = 0;
   EXPECT_EQ(PK_ATTRIB_create_empty(name, attdef("SDL/TYSA_NAME"), &onAttrib), PK_ERROR_wrong_entity);
   EXPECT_EQ(PK_ATTRIB_create_empty(body, body, &onAttrib), PK_ERROR_wrong_entity);

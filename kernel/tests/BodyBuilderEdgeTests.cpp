@@ -44,10 +44,12 @@ double volumeOf(const TopoDS_Shape& shape) {
   return props.Mass();
 }
 
-// Every body of a graph built; the number valid by OCCT's checker, and the volumes.
+// Every body of a graph built; the number valid by OCCT's checker, the shapes and
+// their volumes.
 struct Built {
   int bodies = 0, valid = 0;
-  std::map<std::string, double> volumes;  // by "BODY node <id>"
+  std::map<std::string, TopoDS_Shape> shapes;  // by "BODY node <id>"
+  std::map<std::string, double> volumes;
 };
 Built buildAll(const meld::xt::Graph& graph, const std::vector<std::string>& only = {}) {
   GeometryCache cache(graph);
@@ -60,6 +62,7 @@ Built buildAll(const meld::xt::Graph& graph, const std::vector<std::string>& onl
     const BuiltBody body = builder.build(static_cast<long>(i));
     ++out.bodies;
     out.valid += BRepCheck_Analyzer(body.shape).IsValid();
+    out.shapes[name] = body.shape;
     out.volumes[name] = volumeOf(body.shape);
   }
   return out;
@@ -98,17 +101,10 @@ TEST(BodyBuilderEdges, AnEdgeThroughTheClosingPointOfAClosedCurveTakesThatPiece)
   GraphSink sink;
   const WrittenBody written = writeBody(sink, disc);
   sink.set(written.nodes.at(across.Edge().TShape().get()), "curve", written.geometry.at(inside.Edge().TShape().get()));
-  const meld::xt::Graph graph = meld::xt::decode(meld::xt::encode(sink.build(written.body)));
-
-  GeometryCache cache(graph);
-  for (size_t i = 0; i < graph.size(); ++i) {
-    if (graph.nodes()[i].type != kBody) continue;
-    const BuiltBody body = BodyBuilder(cache).build(static_cast<long>(i));
-    EXPECT_TRUE(BRepCheck_Analyzer(body.shape).IsValid());
-    EXPECT_NEAR(areaOf(body.shape), area, 1e-9);
-    return;
-  }
-  FAIL() << "no body written";
+  const Built back = buildAll(meld::xt::decode(meld::xt::encode(sink.build(written.body))));
+  ASSERT_EQ(back.bodies, 1);
+  EXPECT_EQ(back.valid, 1);
+  EXPECT_NEAR(areaOf(back.shapes.begin()->second), area, 1e-9);
 }
 
 TEST(BodyBuilderEdges, RealRingBlendAndHoledBlendFacesAreValid) {
@@ -172,30 +168,18 @@ TEST(BodyBuilderEdges, ADomeOnASurfaceOfRevolutionIsClosedAtItsPole) {
   // a degenerate edge at the pole; without them the face was unorientable and
   // its volume missing.
   MELD_REQUIRE_CORPUS(corpus);
-  const meld::xt::Graph graph = meld::xt::decode(meldtest::readFile(corpus / "mixer-assem.x_t"));
-  GeometryCache cache(graph);
-  for (size_t i = 0; i < graph.size(); ++i) {
-    if (graph.nodes()[i].type != kBody || cache.nodes().describe(static_cast<long>(i)) != "BODY node 7") continue;
-    const BuiltBody tank = BodyBuilder(cache).build(static_cast<long>(i));
-    EXPECT_TRUE(BRepCheck_Analyzer(tank.shape).IsValid());
-    const double expected = revolvedVolume(tank.shape);
-    EXPECT_GT(expected, 0.06);  // the cylinder alone is 0.049 m^3
-    EXPECT_NEAR(volumeOf(tank.shape), expected, 1e-6 * expected);
-
-    // Written (with OCCT's seam, without the degenerate edge, which the format
-    // does not have) and read again, it is the same tank.
-    GraphSink sink;
-    const meld::xt::Graph again = meld::xt::decode(meld::xt::encode(sink.build(writeBody(sink, tank.shape).body)));
-    GeometryCache againCache(again);
-    for (size_t j = 0; j < again.size(); ++j) {
-      if (again.nodes()[j].type != kBody) continue;
-      const BuiltBody back = BodyBuilder(againCache).build(static_cast<long>(j));
-      EXPECT_TRUE(BRepCheck_Analyzer(back.shape).IsValid());
-      EXPECT_NEAR(volumeOf(back.shape), expected, 1e-6 * expected);
-      return;
-    }
-    FAIL() << "the tank was not written";
-  }
-  FAIL() << "no BODY node 7";
+  const Built tank = buildAll(meld::xt::decode(meldtest::readFile(corpus / "mixer-assem.x_t")), {"BODY node 7"});
+  ASSERT_EQ(tank.bodies, 1);
+  EXPECT_EQ(tank.valid, 1);
+  const TopoDS_Shape& shape = tank.shapes.at("BODY node 7");
+  const double expected = revolvedVolume(shape);
+  EXPECT_GT(expected, 0.06);  // the cylinder alone is 0.049 m^3
+  EXPECT_NEAR(tank.volumes.at("BODY node 7"), expected, 1e-6 * expected);
+  // Written (with OCCT's seam, without the degenerate edge, which the format
+  // does not have) and read again, it is the same tank.
+  GraphSink sink;
+  const Built back = buildAll(meld::xt::decode(meld::xt::encode(sink.build(writeBody(sink, shape).body))));
+  ASSERT_EQ(back.bodies, 1);
+  EXPECT_EQ(back.valid, 1);
+  EXPECT_NEAR(back.volumes.begin()->second, expected, 1e-6 * expected);
 }
-

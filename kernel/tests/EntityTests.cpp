@@ -1,4 +1,4 @@
-#include "TestKernel.h"
+#include "TopologyHelpers.h"
 
 #include "ops/Bodies.h"
 
@@ -26,29 +26,11 @@ std::vector<gp_Pnt> vertexPoints(PK_BODY_t body) {
   return points;
 }
 
-PK_CLASS_t classOf(PK_ENTITY_t entity) {
-  PK_CLASS_t cls = 0;
-  EXPECT_EQ(PK_ENTITY_ask_class(entity, &cls), PK_ERROR_no_errors);
-  return cls;
-}
-
-bool exists(PK_ENTITY_t entity) {
-  PK_LOGICAL_t is = PK_LOGICAL_false;
-  EXPECT_EQ(PK_ENTITY_is(entity, &is), PK_ERROR_no_errors);
-  return is == PK_LOGICAL_true;
-}
-
 PK_INSTANCE_t instance(PK_ASSEMBLY_t assembly, PK_PART_t part, PK_TRANSF_t transf = 0) {
   PK_INSTANCE_sf_t sf{assembly, part, transf};
   PK_INSTANCE_t result = 0;
   EXPECT_EQ(PK_INSTANCE_create(&sf, &result), PK_ERROR_no_errors);
   return result;
-}
-
-std::vector<int> takeArray(int n, int* array) {
-  std::vector<int> items(array, array + n);
-  EXPECT_EQ(PK_MEMORY_free(array), PK_ERROR_no_errors);
-  return items;
 }
 
 }  // namespace
@@ -93,14 +75,14 @@ TEST_F(Entities, BadArgumentsGiveCodesNotBodies) {
 TEST_F(Entities, TagsAreNeverReused) {
   PK_BODY_t first = makeBlock(1, 1, 1);
   ASSERT_EQ(PK_ENTITY_delete(1, &first), PK_ERROR_no_errors);
-  EXPECT_FALSE(exists(first));
+  EXPECT_FALSE(isLive(first));
   PK_CLASS_t cls = 0;
   EXPECT_EQ(PK_ENTITY_ask_class(first, &cls), PK_ERROR_not_an_entity);
   PK_MARK_t mark = 0;
   ASSERT_EQ(PK_MARK_create(&mark), PK_ERROR_no_errors);
   PK_BODY_t second = makeBlock(1, 1, 1);
   ASSERT_EQ(PK_MARK_goto(mark), PK_ERROR_no_errors);
-  EXPECT_FALSE(exists(second));
+  EXPECT_FALSE(isLive(second));
   PK_BODY_t third = makeBlock(1, 1, 1);
   EXPECT_GT(second, first);
   EXPECT_GT(third, second);
@@ -182,11 +164,11 @@ TEST_F(Entities, AssembliesListTheirPartsAndInstances) {
   int n = 0;
   PK_PART_t* parts = nullptr;
   ASSERT_EQ(PK_ASSEMBLY_ask_parts(top, &n, &parts), PK_ERROR_no_errors);
-  EXPECT_EQ(takeArray(n, parts), (std::vector<int>{b, a, sub}));
+  EXPECT_EQ(taken(n, parts), (std::vector<int>{b, a, sub}));
   PK_INSTANCE_t* refs = nullptr;
   ASSERT_EQ(PK_PART_ask_ref_instances(a, &n, &refs), PK_ERROR_no_errors);
   EXPECT_EQ(n, 3);
-  std::vector<int> refList = takeArray(n, refs);
+  std::vector<int> refList = taken(n, refs);
   EXPECT_EQ(refList[0], ia1);
   EXPECT_EQ(refList[1], ia2);
 
@@ -200,9 +182,9 @@ TEST_F(Entities, AssembliesListTheirPartsAndInstances) {
   PK_ENTITY_t subAssembly[] = {sub};
   EXPECT_EQ(PK_ENTITY_delete(1, subAssembly), PK_ERROR_part_is_instanced);
   ASSERT_EQ(PK_ENTITY_delete(1, &top), PK_ERROR_no_errors);  // its instances go with it
-  EXPECT_FALSE(exists(ia1));
+  EXPECT_FALSE(isLive(ia1));
   ASSERT_EQ(PK_ASSEMBLY_ask_parts(sub, &n, &parts), PK_ERROR_no_errors);
-  EXPECT_EQ(takeArray(n, parts), (std::vector<int>{a}));
+  EXPECT_EQ(taken(n, parts), (std::vector<int>{a}));
   EXPECT_EQ(frustrumLog().liveBytes, 0);
 }
 
@@ -224,22 +206,22 @@ TEST_F(Entities, TransformInUseByAnInstanceIsNotDeleted) {
   EXPECT_EQ(PK_ENTITY_delete(2, withOneInstance), PK_ERROR_part_is_instanced);
   PK_ENTITY_t withOneAssembly[] = {transf, first};
   EXPECT_EQ(PK_ENTITY_delete(2, withOneAssembly), PK_ERROR_part_is_instanced);
-  EXPECT_TRUE(exists(transf));
-  EXPECT_TRUE(exists(inFirst));
-  EXPECT_TRUE(exists(first));
+  EXPECT_TRUE(isLive(transf));
+  EXPECT_TRUE(isLive(inFirst));
+  EXPECT_TRUE(isLive(first));
 
   PK_MARK_t mark = 0;
   ASSERT_EQ(PK_MARK_create(&mark), PK_ERROR_no_errors);
   PK_ENTITY_t withBoth[] = {transf, first, inSecond};
   ASSERT_EQ(PK_ENTITY_delete(3, withBoth), PK_ERROR_no_errors);
-  EXPECT_FALSE(exists(transf));
-  EXPECT_FALSE(exists(inFirst));
-  EXPECT_FALSE(exists(inSecond));
+  EXPECT_FALSE(isLive(transf));
+  EXPECT_FALSE(isLive(inFirst));
+  EXPECT_FALSE(isLive(inSecond));
 
   // Brought back, the instances hold the transform again.
   ASSERT_EQ(PK_MARK_goto(mark), PK_ERROR_no_errors);
-  EXPECT_TRUE(exists(transf));
-  EXPECT_TRUE(exists(inSecond));
+  EXPECT_TRUE(isLive(transf));
+  EXPECT_TRUE(isLive(inSecond));
   EXPECT_EQ(PK_ENTITY_delete(1, &transf), PK_ERROR_part_is_instanced);
   ASSERT_EQ(PK_ENTITY_delete(1, &inSecond), PK_ERROR_no_errors);
   ASSERT_EQ(PK_ENTITY_delete(1, &inFirst), PK_ERROR_no_errors);

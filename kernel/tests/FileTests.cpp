@@ -30,7 +30,7 @@ std::string fileName(int guise, const std::string& key) {
 
 using FrustrumFiles = KernelSession;
 
-TEST_F(FrustrumFiles, TheCodecReadsTextAndBinaryThroughTheFrustrum) {
+TEST_F(FrustrumFiles, TheCodecReadsTextAndBinaryThroughTheFrustrumAndAMissingFileReadsNothing) {
   for (auto format : {meld::xt::Format::Text, meld::xt::Format::NeutralBinary}) {
     const bool text = format == meld::xt::Format::Text;
     const std::string stream = sampleStream(format);
@@ -41,13 +41,10 @@ TEST_F(FrustrumFiles, TheCodecReadsTextAndBinaryThroughTheFrustrum) {
     meld::xt::Graph graph = meld::xt::decode(reader, text);
     EXPECT_TRUE(meld::xt::sameGraph(graph, meld::xt::decode(stream)));
   }
-}
-
-TEST_F(FrustrumFiles, AMissingFileIsAnOpenFailureAndReadsNothing) {
-  FrustrumReader reader(PK_FR_guise_transmit, PK_FR_format_text, "absent");
-  EXPECT_EQ(reader.openFailure(), PK_FR_not_found);
+  FrustrumReader absent(PK_FR_guise_transmit, PK_FR_format_text, "absent");
+  EXPECT_EQ(absent.openFailure(), PK_FR_not_found);
   char buffer[8];
-  EXPECT_EQ(reader.read(buffer, sizeof buffer), 0u);
+  EXPECT_EQ(absent.read(buffer, sizeof buffer), 0u);
 }
 
 TEST_F(FrustrumFiles, SchemaFilesAreFoundByKeyUnderTheSchemaGuise) {

@@ -62,9 +62,9 @@ void expectConsistentFile(const std::string& key) {
 }
 
 // One corpus file: it loads, its bodies are those the census counts, every solid
-// is valid, and a text and a binary round trip keep every body as it was. One
-// line per file goes to the test's output.
-void loadAndRoundTrip(const std::filesystem::path& corpus, const CensusRow& row) {
+// is valid with a positive volume, and (unless told not to) a text and a binary
+// round trip keep every body as it was. One line per file goes to the test's output.
+void loadAndRoundTrip(const std::filesystem::path& corpus, const CensusRow& row, bool roundTrip, int& solids) {
   SCOPED_TRACE(row.file);
   std::vector<PK_PART_t> parts;
   ASSERT_EQ(receive(putCorpusFile(corpus, row.file), &parts), PK_ERROR_no_errors) << lastMessage();
@@ -75,12 +75,15 @@ void loadAndRoundTrip(const std::filesystem::path& corpus, const CensusRow& row)
   for (const BodySummary& b : bodies) {
     if (b.type == PK_BODY_type_solid_c) {
       EXPECT_TRUE(b.valid);
+      EXPECT_GT(b.volume, 0);
+      ++solids;
     }
     volume += b.volume;
     valid += b.valid;
   }
   std::printf("%s\tbodies=%zu\tvalid=%d\tvolume=%.9g\n", row.file.c_str(), bodies.size(), valid, volume);
   for (PK_transmit_format_t format : {PK_transmit_format_text_c, PK_transmit_format_neutral_c}) {
+    if (!roundTrip) break;
     const std::string copy = "copy of " + row.file;
     ASSERT_EQ(transmit(parts, copy, format), PK_ERROR_no_errors) << lastMessage();
     if (const char* keep = std::getenv("MELD_KEEP_COPIES"))
@@ -96,34 +99,30 @@ void loadAndRoundTrip(const std::filesystem::path& corpus, const CensusRow& row)
   EXPECT_EQ(PK_ENTITY_delete(static_cast<int>(parts.size()), parts.data()), PK_ERROR_no_errors);
 }
 
-TEST_F(PartFiles, EveryFileWithoutProceduralGeometryLoadsAndSurvivesARoundTrip) {
+// Every file without procedural geometry round-trips, and so do the files whose
+// intersection curves and blends the procedural converters build into valid
+// solids. ps4-snapon_2 loads valid but does not round-trip yet;
+// drone-Drone_body_V2, nxcmp-Brake_Piston, jack-3D Scissor Jack and mixer-assem
+// neither (invalid bodies, or healing that adds or merges an edge on reading again).
+TEST_F(PartFiles, EveryFileThatLoadsValidSurvivesARoundTrip) {
   MELD_REQUIRE_CORPUS(corpus);
-  int loaded = 0;
+  const std::set<std::string> procedural = {
+      "biox-Assembly.x_t", "brepm-example_part.x_t",  "brepm-output_baseline1.x_t", "design-Part Studio 1.x_t",
+      "geneva-Geneva drive.x_t", "geneva-Part1.x_t", "ps4-Ball.1.x_t", "ps4-Cone.x_t", "ps4-Ring for cone .x_t"};
+  int plain = 0, withProcedural = 0, loadedOnly = 0, solids = 0;
   for (const CensusRow& row : readCensus(corpus)) {
-    if (row.procedural) continue;
-    loadAndRoundTrip(corpus, row);
-    ++loaded;
+    if (row.file == "ps4-snapon_2.x_t") {
+      loadAndRoundTrip(corpus, row, false, solids);
+      ++loadedOnly;
+    }
+    if (row.procedural && !procedural.count(row.file)) continue;
+    loadAndRoundTrip(corpus, row, true, solids);
+    ++(row.procedural ? withProcedural : plain);
   }
-  EXPECT_EQ(loaded, 37);
-}
-
-// Files whose intersection curves and blends the procedural converters build
-// into valid solids round-trip the same way: what is written is what was read.
-// (drone-Drone_body_V2, nxcmp-Brake_Piston, jack-3D Scissor Jack, ps4-snapon_2
-// and mixer-assem do not yet: invalid bodies, or healing that adds or merges an
-// edge on reading again.)
-TEST_F(PartFiles, ProceduralFilesThatLoadValidSurviveARoundTrip) {
-  MELD_REQUIRE_CORPUS(corpus);
-  const std::set<std::string> files = {"biox-Assembly.x_t",        "brepm-example_part.x_t", "brepm-output_baseline1.x_t",
-                                       "design-Part Studio 1.x_t", "geneva-Geneva drive.x_t", "geneva-Part1.x_t",
-                                       "ps4-Ball.1.x_t",           "ps4-Cone.x_t",           "ps4-Ring for cone .x_t"};
-  int loaded = 0;
-  for (const CensusRow& row : readCensus(corpus)) {
-    if (!row.procedural || !files.count(row.file)) continue;
-    loadAndRoundTrip(corpus, row);
-    ++loaded;
-  }
-  EXPECT_EQ(loaded, static_cast<int>(files.size()));
+  EXPECT_EQ(plain, 37);
+  EXPECT_EQ(withProcedural, static_cast<int>(procedural.size()));
+  EXPECT_EQ(loadedOnly, 1);
+  EXPECT_EQ(solids, 98);  // as many as the census counts in these files
 }
 
 }  // namespace

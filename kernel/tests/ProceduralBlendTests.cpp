@@ -38,7 +38,9 @@ struct BlendCheck {
 // boundary rows on their supports, surface normal there parallel to the
 // support's normal, natural normal away from the centre. Which support the row
 // v = 0 lies on follows from the orientation; it is taken from the first sample.
-BlendCheck check(const RollingBall& ball, const Geom_Surface& surface) {
+void expectTheBallsArc(const RollingBall& ball, const SurfaceFit& fit) {
+  EXPECT_LE(fit.deviation, 1e-7);
+  const Geom_Surface& surface = *fit.surface;
   Seed first;
   const int rowSupport0 = std::abs(ball.support[0]->evaluate(surface.Value(ball.first, 0), first).distance) < 1e-6 ? 0 : 1;
   BlendCheck c;
@@ -62,7 +64,11 @@ BlendCheck check(const RollingBall& ball, const Geom_Surface& surface) {
       }
     }
   }
-  return c;
+  EXPECT_LT(c.tube, 1e-7);
+  EXPECT_LT(c.row0, 1e-7);
+  EXPECT_LT(c.row1, 1e-7);
+  EXPECT_LT(c.tangency, 1e-6);
+  EXPECT_TRUE(c.outward);
 }
 
 // A 10 mm ball in the corner between z = 0 and x = 0, rolling along y.
@@ -90,8 +96,8 @@ RollingBall filletBall(std::shared_ptr<const CurveEval> spine) {
 
 }  // namespace
 
-TEST(RollingBallBlend, CornerOfTwoPlanesIsAQuarterCylinder) {
-  const RollingBall ball = cornerBall();
+TEST(RollingBallBlend, CornerOfTwoPlanesIsAQuarterCylinderWhicheverWayTheSpineRuns) {
+  RollingBall ball = cornerBall();
   Seed seeds[2];
   const BallSection s = ballSection(ball, 0.02, seeds);
   EXPECT_NEAR(s.angle, kPi / 2, 1e-12);
@@ -100,25 +106,14 @@ TEST(RollingBallBlend, CornerOfTwoPlanesIsAQuarterCylinder) {
   EXPECT_LT(s.offsetError, 1e-15);
   EXPECT_LT(s.at(0.5).Distance(gp_Pnt(0.01 - 0.01 / std::sqrt(2.0), 0.02, 0.01 - 0.01 / std::sqrt(2.0))), 1e-15);
 
-  const SurfaceFit fit = fitRollingBall(ball, 1e-7, 1e-6);
-  EXPECT_LE(fit.deviation, 1e-7);
-  const BlendCheck c = check(ball, *fit.surface);
-  EXPECT_LT(c.tube, 1e-7);
-  EXPECT_LT(c.row0, 1e-7);
-  EXPECT_LT(c.row1, 1e-7);
-  EXPECT_LT(c.tangency, 1e-6);
-  EXPECT_TRUE(c.outward);
+  const SurfaceFit plain = fitRollingBall(ball, 1e-7, 1e-6);
+  expectTheBallsArc(ball, plain);
   double u1, u2, v1, v2;
-  fit.surface->Bounds(u1, u2, v1, v2);
+  plain.surface->Bounds(u1, u2, v1, v2);
   EXPECT_DOUBLE_EQ(u1, -0.05);
   EXPECT_DOUBLE_EQ(u2, 0.1);
-}
-
-TEST(RollingBallBlend, OrientationComesFromTheBallNotFromTheSpineSense) {
   // The section runs from support 0 to 1 (1 to 0 for a reversed spine); the
   // outward normal then fixes v, so both give the same surface.
-  RollingBall ball = cornerBall();
-  const SurfaceFit plain = fitRollingBall(ball, 1e-7, 1e-6);
   ball.spineReversed = true;
   const SurfaceFit reversed = fitRollingBall(ball, 1e-7, 1e-6);
   for (double u : {-0.05, 0.0, 0.1})
@@ -128,37 +123,24 @@ TEST(RollingBallBlend, OrientationComesFromTheBallNotFromTheSpineSense) {
   EXPECT_NEAR(plain.surface->Value(0, 0).X(), 0, 1e-7);
 }
 
-TEST(RollingBallBlend, FilletOfCylinderAndPlaneOnACircularSpine) {
+// A fillet of a cylinder and a plane, its spine a circle and the same circle
+// given as the intersection of the offset supports (cylinder of 60 mm, plane
+// z = 10 mm), charted every 45 degrees.
+TEST(RollingBallBlend, FilletOfCylinderAndPlaneOnACircularOrAnIntersectionSpine) {
   Handle(Geom_Circle) circle = new Geom_Circle(gp_Ax2(gp_Pnt(0, 0, 0.01), gp::DZ()), 0.06);
-  const RollingBall ball = filletBall(std::make_shared<GeomCurveEval>(circle));
-  const SurfaceFit fit = fitRollingBall(ball, 1e-7, 1e-6);
-  EXPECT_LE(fit.deviation, 1e-7);
-  const BlendCheck c = check(ball, *fit.surface);
-  EXPECT_LT(c.tube, 1e-7);
-  EXPECT_LT(c.row0, 1e-7);
-  EXPECT_LT(c.row1, 1e-7);
-  EXPECT_TRUE(c.outward);
-}
+  const RollingBall onCircle = filletBall(std::make_shared<GeomCurveEval>(circle));
+  expectTheBallsArc(onCircle, fitRollingBall(onCircle, 1e-7, 1e-6));
 
-TEST(RollingBallBlend, SpineThatIsAnIntersectionOfOffsetSupports) {
-  // The same fillet with its spine given as the intersection of the offset
-  // supports (cylinder of 60 mm, plane z = 10 mm), charted every 45 degrees.
   auto s0 = std::make_shared<SurfaceSupport>(new Geom_CylindricalSurface(gp_Ax3(gp::Origin(), gp::DZ()), 0.06), 1);
   auto s1 = plane(gp_Pnt(0, 0, 0.01), gp::DZ());
   ChartData chart;
   for (int i = 0; i <= 8; ++i)
     chart.points.emplace_back(0.06 * std::cos(i * kPi / 4), 0.06 * std::sin(i * kPi / 4), 0.01);
   chart.start.type = chart.end.type = 'H';
-  auto spine = std::make_shared<ChartCurve>(s0, s1, chart);
-  const RollingBall ball = filletBall(spine);
-  const SurfaceFit fit = fitRollingBall(ball, 1e-7, 1e-6);
-  EXPECT_LE(fit.deviation, 1e-7);
+  const RollingBall onChart = filletBall(std::make_shared<ChartCurve>(s0, s1, chart));
+  const SurfaceFit fit = fitRollingBall(onChart, 1e-7, 1e-6);
   EXPECT_LT(fit.offsetError, 1e-12);
-  const BlendCheck c = check(ball, *fit.surface);
-  EXPECT_LT(c.tube, 1e-7);
-  EXPECT_LT(c.row0, 1e-7);
-  EXPECT_LT(c.row1, 1e-7);
-  EXPECT_TRUE(c.outward);
+  expectTheBallsArc(onChart, fit);
 }
 
 TEST(RollingBallBlend, RefusesBallsItCannotRoll) {

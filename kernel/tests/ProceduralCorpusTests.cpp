@@ -1,17 +1,16 @@
 // Procedural geometry of real files: every intersection curve and rolling-ball
 // blend of the small corpus files converts, and stays on its exact definition;
-// trimmed intersections keep their parametrisation; bodies that carry blends
-// come out valid. Skipped without the corpus.
+// trimmed intersections keep their parametrisation (that the bodies come out
+// valid is PartFileTests' business). Skipped without the corpus.
 #include <gtest/gtest.h>
 
-#include <BRepCheck_Analyzer.hxx>
 #include <Geom_Curve.hxx>
 
 #include <string>
 
 #include "Codec.h"
 #include "TestSupport.h"
-#include "model/BodyBuilder.h"
+#include "model/GeometryCache.h"
 #include "model/procedural/Survey.h"
 
 using namespace meld::model;
@@ -22,54 +21,40 @@ meld::xt::Graph load(const std::filesystem::path& corpus, const std::string& nam
   return meld::xt::decode(meldtest::readFile(corpus / name));
 }
 
-const char* const kSmallFiles[] = {"ps4-Ball.1.x_t", "brepm-output_baseline1.x_t", "design-Part Studio 1.x_t",
-                                   "ps4-Cone.x_t", "ps4-Ring for cone .x_t", "brepm-example_part.x_t",
-                                   "ps4-snapon_2.x_t"};
-
 }  // namespace
 
+// biox-Assembly adds a cliff-edge blend (#880, the ball touches a sharp edge), a
+// blend resting on another blend (#787), blends that vanish where their supports
+// become tangent, and curves on offsets of extended B-surfaces (#2634).
 TEST(ProceduralCorpus, EveryCurveAndBlendOfTheSmallFilesIsOnItsDefinition) {
   MELD_REQUIRE_CORPUS(corpus);
-  int curves = 0, blends = 0;
-  for (const char* name : kSmallFiles) {
+  const std::pair<std::string, int> files[] = {  // and how many intersections each holds
+      {"ps4-Ball.1.x_t", 3},  {"brepm-output_baseline1.x_t", 2}, {"design-Part Studio 1.x_t", 7},
+      {"ps4-Cone.x_t", 21},   {"ps4-Ring for cone .x_t", 25},    {"brepm-example_part.x_t", 22},
+      {"ps4-snapon_2.x_t", 20}, {"biox-Assembly.x_t", 36}};
+  int blends = 0, bioxBlends = 0;
+  bool cliff = false;
+  for (const auto& [name, intersections] : files) {
     SCOPED_TRACE(name);
-    const auto graph = load(corpus, name);
-    const auto report = procedural::survey(graph);
+    const bool biox = name == "biox-Assembly.x_t";
+    const auto report = procedural::survey(load(corpus, name));
     for (const auto& r : report.nodes) {
       SCOPED_TRACE(r.index);
       EXPECT_TRUE(r.converted) << r.error;
       EXPECT_LE(r.deviation, 1e-7);
-      EXPECT_LE(r.offSupport, 1e-7);
+      // biox #2634 runs past its offset surface's base where the offset creases:
+      // the distance to it depends on which side's foot a search finds.
+      if (!biox || r.index != 2634) {
+        EXPECT_LE(r.offSupport, 1e-7);
+      }
+      cliff |= biox && r.index == 880 && r.converted;
     }
-    curves += report.count(kIntersection, true);
-    blends += report.count(kBlendedEdge, true);
-  }
-  EXPECT_EQ(curves, 100);  // 3 + 2 + 7 + 21 + 25 + 22 + 20 intersections
-  EXPECT_EQ(blends, 7);
-}
-
-TEST(ProceduralCorpus, CliffEdgeAndBlendOnBlendOfAnAssembly) {
-  // biox-Assembly: a cliff-edge blend (#880, the ball touches a sharp edge), a
-  // blend resting on another blend (#787), blends that vanish where their
-  // supports become tangent, curves on offsets of extended B-surfaces (#2634).
-  MELD_REQUIRE_CORPUS(corpus);
-  const auto graph = load(corpus, "biox-Assembly.x_t");
-  const auto report = procedural::survey(graph);
-  bool cliff = false;
-  for (const auto& r : report.nodes) {
-    SCOPED_TRACE(r.index);
-    EXPECT_TRUE(r.converted) << r.error;
-    EXPECT_LE(r.deviation, 1e-7);
-    // #2634 runs past its offset surface's base where the offset creases: the
-    // distance to it depends on which side's foot a search finds.
-    if (r.index != 2634) {
-      EXPECT_LE(r.offSupport, 1e-7);
-    }
-    cliff |= r.index == 880 && r.converted;
+    EXPECT_EQ(report.count(kIntersection, true), intersections);
+    (biox ? bioxBlends : blends) += report.count(kBlendedEdge, true);
   }
   EXPECT_TRUE(cliff);
-  EXPECT_EQ(report.count(kBlendedEdge, true), 9);
-  EXPECT_EQ(report.count(kIntersection, true), 36);
+  EXPECT_EQ(blends, 7);
+  EXPECT_EQ(bioxBlends, 9);
 }
 
 TEST(ProceduralCorpus, TrimmedIntersectionsKeepTheChartParametrisation) {
@@ -97,24 +82,6 @@ TEST(ProceduralCorpus, TrimmedIntersectionsKeepTheChartParametrisation) {
     }
   }
   EXPECT_EQ(ends, 12);  // the ends that fall inside their charts or just past an open end
-}
-
-TEST(ProceduralCorpus, BodiesWithBlendsAreValid) {
-  MELD_REQUIRE_CORPUS(corpus);
-  for (const char* name : {"ps4-Ball.1.x_t", "ps4-Cone.x_t", "ps4-Ring for cone .x_t", "brepm-example_part.x_t"}) {
-    SCOPED_TRACE(name);
-    const auto graph = load(corpus, name);
-    GeometryCache cache(graph);
-    int bodies = 0;
-    for (size_t i = 0; i < graph.size(); ++i) {
-      if (graph.nodes()[i].type != kBody) continue;
-      BodyBuilder builder(cache);
-      const BuiltBody body = builder.build(static_cast<long>(i));
-      EXPECT_TRUE(BRepCheck_Analyzer(body.shape).IsValid());
-      ++bodies;
-    }
-    EXPECT_GT(bodies, 0);
-  }
 }
 
 TEST(ProceduralCorpus, ABlendBoundIsNeverAFaceSurface) {

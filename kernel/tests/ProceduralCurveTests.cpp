@@ -63,7 +63,7 @@ struct CylinderPlane {
 
 }  // namespace
 
-TEST(IntersectionCurve, FollowsBothSupportsBetweenChartPoints) {
+TEST(IntersectionCurve, FollowsBothSupportsBetweenChartPointsOnAC1Parameter) {
   CylinderPlane c;
   auto curve = std::make_shared<ChartCurve>(c.s0, c.s1, c.chart());
   const auto& t = curve->parameters();
@@ -77,13 +77,8 @@ TEST(IntersectionCurve, FollowsBothSupportsBetweenChartPoints) {
   const gp_Pnt q = c.chart().points[1].XYZ() * 0.5 + c.chart().points[2].XYZ() * 0.5;
   const gp_Vec chord(c.chart().points[1], c.chart().points[2]);
   EXPECT_NEAR(gp_Vec(q, curve->value(mid)).Dot(chord), 0, 1e-14);
-}
-
-TEST(IntersectionCurve, ParameterIsC1AtChartPointsAndRunsWithTheChart) {
-  CylinderPlane c;
-  auto curve = std::make_shared<ChartCurve>(c.s0, c.s1, c.chart());
-  const auto& t = curve->parameters();
-  // First chord scaled by the base scale.
+  // The parameter is C1 at chart points and runs with the chart; the first
+  // chord is scaled by the base scale.
   EXPECT_NEAR(t[1] - t[0], 3.0 * c.at(0).Distance(c.at(kPi / 6)), 1e-14);
   for (size_t i = 1; i + 1 < t.size(); ++i) {
     const double h = 1e-6;
@@ -156,7 +151,7 @@ TEST(IntersectionCurve, TerminatorPieceReachesTheSingularPoint) {
   EXPECT_LE(fit.deviation, 1e-7);
 }
 
-TEST(IntersectionCurve, ChartPointsOffTheSupportsAreMovedOntoThemOrRefused) {
+TEST(IntersectionCurve, ChartPointsOffTheSupportsAreMovedOntoThemOrRefusedAndEndsMoveHoweverFar) {
   // A small error (an extended surface the writer evaluated differently) is
   // corrected by the shortest move onto both supports; a point that would have
   // to move by a good part of the chart's spacing is refused.
@@ -177,18 +172,15 @@ TEST(IntersectionCurve, ChartPointsOffTheSupportsAreMovedOntoThemOrRefused) {
   chart = c.chart();
   chart.points.resize(1);
   EXPECT_THROW(ChartCurve(c.s0, c.s1, chart), ProceduralError);
-}
 
-TEST(IntersectionCurve, AnEndPointFarOffTheSupportsIsMovedOntoThem) {
   // Ends are where charts run past a support's extent: an end point moves
   // however far, and the points before it keep their parameters.
-  CylinderPlane c;
   const ChartCurve exact(c.s0, c.s1, c.chart());
-  ChartData chart = c.chart();
+  chart = c.chart();
   chart.points.back().SetZ(chart.points.back().Z() + 0.02);
-  const ChartCurve curve(c.s0, c.s1, chart);
-  EXPECT_GT(curve.shifts().back(), 0.01);
-  ASSERT_EQ(curve.parameters().size(), 7u);
-  for (size_t i = 0; i < 6; ++i) EXPECT_DOUBLE_EQ(curve.parameters()[i], exact.parameters()[i]);
-  EXPECT_LT(worstOffSupports(curve, [&](double s) { return curve.value(s); }), 1e-12);
+  const ChartCurve moved(c.s0, c.s1, chart);
+  EXPECT_GT(moved.shifts().back(), 0.01);
+  ASSERT_EQ(moved.parameters().size(), 7u);
+  for (size_t i = 0; i < 6; ++i) EXPECT_DOUBLE_EQ(moved.parameters()[i], exact.parameters()[i]);
+  EXPECT_LT(worstOffSupports(moved, [&](double s) { return moved.value(s); }), 1e-12);
 }

@@ -39,7 +39,7 @@ PK_ERROR_code_t startDefault() {
 
 }  // namespace
 
-TEST_F(FreshProcess, StartAndStopFollowTheRegistration) {
+TEST_F(FreshProcess, StartAndStopFollowTheRegistrationAndRefuseBadOptions) {
   EXPECT_EQ(PK_SESSION_stop(), PK_ERROR_not_in_session);
   EXPECT_EQ(startDefault(), PK_ERROR_frustrum_not_registered);
 
@@ -48,23 +48,6 @@ TEST_F(FreshProcess, StartAndStopFollowTheRegistration) {
   EXPECT_EQ(PK_SESSION_register_frustrum(&partial), PK_ERROR_frustrum_incomplete);
   EXPECT_EQ(startDefault(), PK_ERROR_frustrum_not_registered);
 
-  PK_SESSION_frustrum_t full = testFrustrum();
-  ASSERT_EQ(PK_SESSION_register_frustrum(&full), PK_ERROR_no_errors);
-  ASSERT_EQ(startDefault(), PK_ERROR_no_errors);
-  EXPECT_EQ(startDefault(), PK_ERROR_already_in_session);
-  EXPECT_EQ(PK_SESSION_register_frustrum(&full), PK_ERROR_already_in_session);
-  EXPECT_EQ(frustrumLog().fstart, 1);
-
-  ASSERT_EQ(PK_SESSION_stop(), PK_ERROR_no_errors);
-  EXPECT_EQ(frustrumLog().fstop, 1);
-  EXPECT_EQ(PK_SESSION_stop(), PK_ERROR_not_in_session);
-  PK_PARTITION_t partition = 0;
-  EXPECT_EQ(PK_SESSION_ask_curr_partition(&partition), PK_ERROR_not_in_session);
-  PK_BODY_t body = 0;
-  EXPECT_EQ(PK_BODY_create_solid_sphere(1, nullptr, &body), PK_ERROR_not_in_session);
-}
-
-TEST_F(FreshProcess, StartRefusesBadOptionsAndAFailingFstart) {
   PK_SESSION_frustrum_t full = testFrustrum();
   ASSERT_EQ(PK_SESSION_register_frustrum(&full), PK_ERROR_no_errors);
   PK_SESSION_start_o_t options;
@@ -78,22 +61,19 @@ TEST_F(FreshProcess, StartRefusesBadOptionsAndAFailingFstart) {
   frustrumLog().failFstart = true;
   EXPECT_EQ(startDefault(), PK_ERROR_frustrum_failure);
   frustrumLog().failFstart = false;
+  EXPECT_EQ(frustrumLog().fstart, 1);
   ASSERT_EQ(startDefault(), PK_ERROR_no_errors);
-  EXPECT_EQ(PK_SESSION_stop(), PK_ERROR_no_errors);
-}
+  EXPECT_EQ(startDefault(), PK_ERROR_already_in_session);
+  EXPECT_EQ(PK_SESSION_register_frustrum(&full), PK_ERROR_already_in_session);
+  EXPECT_EQ(frustrumLog().fstart, 2);
 
-TEST_F(FreshProcess, DeltaCallbacksMustBeComplete) {
-  PK_DELTA_frustrum_t deltas = testDeltas();
-  deltas.read_fn = nullptr;
-  EXPECT_EQ(PK_DELTA_register_callbacks(&deltas), PK_ERROR_frustrum_incomplete);
-  PK_SESSION_frustrum_t full = testFrustrum();
-  ASSERT_EQ(PK_SESSION_register_frustrum(&full), PK_ERROR_no_errors);
-  ASSERT_EQ(startDefault(), PK_ERROR_no_errors);
+  ASSERT_EQ(PK_SESSION_stop(), PK_ERROR_no_errors);
+  EXPECT_EQ(frustrumLog().fstop, 1);
+  EXPECT_EQ(PK_SESSION_stop(), PK_ERROR_not_in_session);
   PK_PARTITION_t partition = 0;
-  ASSERT_EQ(PK_SESSION_ask_curr_partition(&partition), PK_ERROR_no_errors);
-  PK_PMARK_t pmark = 0;
-  EXPECT_EQ(PK_PARTITION_make_pmark(partition, &pmark), PK_ERROR_rollback_not_started);
-  EXPECT_EQ(PK_SESSION_stop(), PK_ERROR_no_errors);
+  EXPECT_EQ(PK_SESSION_ask_curr_partition(&partition), PK_ERROR_not_in_session);
+  PK_BODY_t body = 0;
+  EXPECT_EQ(PK_BODY_create_solid_sphere(1, nullptr, &body), PK_ERROR_not_in_session);
 }
 
 using SessionSwitches = KernelSession;
@@ -233,17 +213,21 @@ TEST_F(DeltaRegistration, AllowedDuringASessionWhileNoPmarkNeedsTheStore) {
   EXPECT_EQ(PK_DELTA_register_callbacks(&deltas), PK_ERROR_no_errors);
 }
 
-// A session started without a store gets one when it is registered.
-TEST_F(FreshProcess, DeltaStoreRegisteredDuringTheSessionServesIt) {
+// Incomplete delta callbacks are refused; a session started without a store
+// refuses pmarks, and gets a store when one is registered.
+TEST_F(FreshProcess, DeltaStoreMustBeCompleteAndServesTheSessionOnceRegistered) {
+  PK_DELTA_frustrum_t deltas = testDeltas();
+  deltas.read_fn = nullptr;
+  EXPECT_EQ(PK_DELTA_register_callbacks(&deltas), PK_ERROR_frustrum_incomplete);
   PK_SESSION_frustrum_t full = testFrustrum();
   ASSERT_EQ(PK_SESSION_register_frustrum(&full), PK_ERROR_no_errors);
   ASSERT_EQ(startDefault(), PK_ERROR_no_errors);
-  // (Without it pmarks are refused: DeltaCallbacksMustBeComplete.)
-  PK_DELTA_frustrum_t deltas = testDeltas();
-  ASSERT_EQ(PK_DELTA_register_callbacks(&deltas), PK_ERROR_no_errors);
   PK_PARTITION_t partition = 0;
   ASSERT_EQ(PK_SESSION_ask_curr_partition(&partition), PK_ERROR_no_errors);
   PK_PMARK_t pmark = 0;
+  EXPECT_EQ(PK_PARTITION_make_pmark(partition, &pmark), PK_ERROR_rollback_not_started);
+  deltas = testDeltas();
+  ASSERT_EQ(PK_DELTA_register_callbacks(&deltas), PK_ERROR_no_errors);
   int opens = deltaLog().opensForWrite;
   EXPECT_EQ(PK_PARTITION_make_pmark(partition, &pmark), PK_ERROR_no_errors);
   EXPECT_EQ(deltaLog().opensForWrite, opens + 1);

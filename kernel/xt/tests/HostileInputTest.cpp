@@ -11,14 +11,7 @@ namespace {
 const std::string kSmall = xttest::textPrefix("SCH_1400000_14000_13006") +
                            "29 255 5 7 0 0 0 0 1 2 3 84 255 5 6 hello83 255 2 8 0.5 -1 1 0";
 
-std::string errorOf(const std::string& bytes) {
-  try {
-    xt::decode(bytes);
-  } catch (const xt::XtError& e) {
-    return e.what();
-  }
-  return {};
-}
+using xttest::decodeError;
 
 TEST(HostileInput, EveryTruncationIsAnError) {
   xt::EncodeOptions binary;
@@ -28,24 +21,22 @@ TEST(HostileInput, EveryTruncationIsAnError) {
     size_t headerEnd = whole.find("END_OF_HEADER");
     headerEnd = headerEnd == std::string::npos ? 0 : whole.find('\n', headerEnd) + 1;
     for (size_t n = headerEnd; n + 1 < whole.size(); ++n)
-      EXPECT_FALSE(errorOf(whole.substr(0, n)).empty()) << "prefix of " << n << " bytes accepted";
+      EXPECT_FALSE(decodeError(whole.substr(0, n)).empty()) << "prefix of " << n << " bytes accepted";
   }
 }
 
-TEST(HostileInput, ErrorsNameNodeFieldAndOffset) {
-  std::string bad = kSmall;
-  bad.replace(bad.find("0 1 2 3"), 7, "0 1 x 3");
-  std::string e = errorOf(bad);
-  EXPECT_NE(e.find("POINT node 5, field pvec, byte "), std::string::npos) << e;
-  EXPECT_NE(e.find("expected a finite real, found 'x'"), std::string::npos) << e;
-  EXPECT_EQ(e.find('\n'), std::string::npos);
-}
-
-TEST(HostileInput, HugeCountsAndBadStructureAreRefused) {
+// Each refusal is one line that says where the data went wrong.
+TEST(HostileInput, BadValuesHugeCountsAndBadStructureAreRefused) {
   const std::string prefix = xttest::textPrefix("SCH_1400000_14000_13006");
   const std::pair<std::string, std::string> cases[] = {
-      {"83 255 2000000000 1 1 1 0", "cannot fit"},
+      {"29 255 5 7 0 0 0 0 1 x 3 1 0", "POINT node 5, field pvec, byte 108: expected a finite real, found 'x'"},
+      {"29 255 5 7 0 0 0 0 1 nan 2 1 0", "expected a finite real"},
+      {"29 255 5 7 0 0 0 0 1 inf 2 1 0", "expected a finite real"},
+      // A variable length is checked once, where its values would be allocated.
+      {"83 255 2000000000 1 1 1 0",
+       "REAL_VALUES node 1, field values, byte 107: 2000000000 elements cannot fit in the 5 bytes left"},
       {"84 255 99 1 abc1 0", "cannot fit"},
+      {"83 255 4294967296 1 1 1 0", "variable length above 2^32-1: 4294967296"},
       {"83 255 -5 1 1 0", "negative variable length"},
       {"83 255 1 1 1 83 1 1 1 0", "duplicate node index 1"},
       {"83 255 1 0 1 1 0", "bad node index 0"},
@@ -54,26 +45,25 @@ TEST(HostileInput, HugeCountsAndBadStructureAreRefused) {
       {"83 255 1 1 2 ", "data ends here"},
   };
   for (const auto& [body, reason] : cases) {
-    std::string e = errorOf(prefix + body);
+    std::string e = decodeError(prefix + body);
     EXPECT_NE(e.find(reason), std::string::npos) << body << " -> " << e;
+    EXPECT_EQ(e.find('\n'), std::string::npos) << e;
   }
-  // A variable length is checked once, where its values would be allocated.
-  EXPECT_NE(errorOf(prefix + "83 255 2000000000 1 1 1 0")
-                .find("REAL_VALUES node 1, field values, byte 107: 2000000000 elements cannot fit in the 5 bytes left"),
-            std::string::npos)
-      << errorOf(prefix + "83 255 2000000000 1 1 1 0");
-  EXPECT_NE(errorOf(xttest::textPrefix("SCH_1400000_14000_13006", 99)).find("outside 0-16"), std::string::npos);
-  EXPECT_NE(errorOf("B\x01\x02").find("bare binary"), std::string::npos);
-  EXPECT_NE(errorOf("**PART1;\nT51").find("END_OF_HEADER"), std::string::npos);
-  EXPECT_NE(errorOf(std::string("PS\0\1\0\1\0", 7)).find("VAX"), std::string::npos);
+  EXPECT_NE(decodeError(xttest::textPrefix("SCH_1400000_14000_13006", 99)).find("outside 0-16"), std::string::npos);
+  EXPECT_NE(decodeError("B\x01\x02").find("bare binary"), std::string::npos);
+  EXPECT_NE(decodeError("**PART1;\nT51").find("END_OF_HEADER"), std::string::npos);
+  EXPECT_NE(decodeError(std::string("PS\0\1\0\1\0", 7)).find("VAX"), std::string::npos);
 }
 
-TEST(HostileInput, PartlyNullVectorsAreNullAndNonFiniteRealsRefused) {
+// '?' nulls a vector's value; a pointer to a node that is not there reads as null
+// and is counted.
+TEST(HostileInput, PartlyNullVectorsAndDanglingPointersReadAsNull) {
   const std::string prefix = xttest::textPrefix("SCH_1400000_14000_13006");
-  xt::Graph g = xt::decode(prefix + "29 255 5 7 0 0 0 0 1 ?2 1 0");
-  EXPECT_EQ(g.field(0, "pvec").real(0), xt::kNullReal);
-  EXPECT_NE(errorOf(prefix + "29 255 5 7 0 0 0 0 1 nan 2 1 0").find("finite"), std::string::npos);
-  EXPECT_NE(errorOf(prefix + "29 255 5 7 0 0 0 0 1 inf 2 1 0").find("finite"), std::string::npos);
+  EXPECT_EQ(xt::decode(prefix + "29 255 5 7 0 0 0 0 1 ?2 1 0").field(0, "pvec").real(0), xt::kNullReal);
+  xt::Graph g = xt::decode(prefix + "29 255 5 7 0 77 5 0 1 2 3 1 0");
+  EXPECT_EQ(g.field(0, "owner").integer(), 0);
+  EXPECT_EQ(g.field(0, "next").integer(), 5);  // itself: present
+  EXPECT_EQ(g.danglingPointers, 1);
 }
 
 TEST(HostileInput, CompressedSpacesCountAsNineCharacters) {
@@ -92,8 +82,8 @@ TEST(HostileInput, SchemaNamesMustBePrintable) {
   ASSERT_NE(name, std::string::npos);
   ASSERT_NO_THROW(xt::decode(bytes));
   bytes[name + 5] = '\n';
-  EXPECT_NE(errorOf(bytes).find("non-printable character (code 10)"), std::string::npos)
-      << errorOf(bytes);
+  EXPECT_NE(decodeError(bytes).find("non-printable character (code 10)"), std::string::npos)
+      << decodeError(bytes);
 }
 
 TEST(HostileInput, ValuePoolsStopAtTheirThirtyTwoBitOffsets) {
@@ -104,7 +94,6 @@ TEST(HostileInput, ValuePoolsStopAtTheirThirtyTwoBitOffsets) {
   g.adopt(layout);
   g.beginNode(*layout, 1, 0);
   const size_t limit = xt::Graph::kMaxPoolValues;
-  EXPECT_EQ(limit, size_t(UINT32_MAX));
   EXPECT_THROW(g.addIntField(limit + 1), xt::XtError);
   EXPECT_THROW(g.addRealField(limit + 1), xt::XtError);
   ASSERT_NE(g.addIntField(10), nullptr);
@@ -114,9 +103,6 @@ TEST(HostileInput, ValuePoolsStopAtTheirThirtyTwoBitOffsets) {
   } catch (const xt::XtError& e) {
     EXPECT_NE(std::string(e.what()).find("input too large"), std::string::npos) << e.what();
   }
-  EXPECT_NE(errorOf(xttest::textPrefix("SCH_1400000_14000_13006") + "83 255 4294967296 1 1 1 0")
-                .find("variable length above 2^32-1: 4294967296"),
-            std::string::npos);
 }
 
 // Out of memory while decoding is the input's refusal, an XtError like any other.
@@ -133,21 +119,9 @@ TEST(HostileInput, OutOfMemoryIsAnXtError) {
   struct ExhaustedSchemas : xt::SchemaSource {
     std::optional<std::string> find(const std::string&) override { throw std::bad_alloc(); }
   } schemas;
-  xt::DecodeOptions options;
-  options.schemas = &schemas;
-  try {
-    xt::decode(xttest::textPrefix("SCH_2500000_25001") + "29 1 5 0 0 0 0 1 2 3 1 0", options);
-    ADD_FAILURE() << "decoded with a schema source that threw";
-  } catch (const xt::XtError& e) {
-    EXPECT_NE(std::string(e.what()).find("input too large"), std::string::npos) << e.what();
-  }
-}
-
-TEST(HostileInput, DanglingPointersReadAsNull) {
-  xt::Graph g = xt::decode(xttest::textPrefix("SCH_1400000_14000_13006") + "29 255 5 7 0 77 5 0 1 2 3 1 0");
-  EXPECT_EQ(g.field(0, "owner").integer(), 0);
-  EXPECT_EQ(g.field(0, "next").integer(), 5);  // itself: present
-  EXPECT_EQ(g.danglingPointers, 1);
+  const std::string e = decodeError(xttest::textPrefix("SCH_2500000_25001") + "29 1 5 0 0 0 0 1 2 3 1 0",
+                                    xttest::withSchemas(&schemas));
+  EXPECT_NE(e.find("input too large"), std::string::npos) << e;
 }
 
 TEST(HostileInput, ReadsThroughAFrustrumStyleSource) {

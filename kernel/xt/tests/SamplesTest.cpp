@@ -55,55 +55,30 @@ std::set<xt::Vec3> bodyPoints(const xt::Graph& g, size_t body) {
   return out;
 }
 
-// Face normal as the format defines it: the plane's normal, turned by the plane's
-// sense and by the face's sense.
-xt::Vec3 faceNormal(const xt::Graph& g, size_t face) {
-  size_t plane = at(g, ptr(g, face, "surface"));
-  xt::Vec3 n = vec(g, plane, "normal");
-  bool flipped = (g.field(plane, "sense").integer() == '-') != (g.field(face, "sense").integer() == '-');
-  for (double& c : n) c = flipped ? -c : c;
-  return n;
-}
-
-xt::Vec3 faceCentre(const xt::Graph& g, size_t face) {
-  xt::Vec3 sum{0, 0, 0};
-  int64_t first = ptr(g, at(g, ptr(g, face, "loop")), "halfedge");
-  int n = 0;
-  for (int64_t fin = first; n == 0 || fin != first; fin = ptr(g, at(g, fin), "forward"), ++n) {
-    xt::Vec3 p = vec(g, at(g, ptr(g, at(g, ptr(g, at(g, fin), "vertex")), "point")), "pvec");
-    for (int i = 0; i < 3; ++i) sum[i] += p[i];
-    if (n > 8) break;
-  }
-  for (double& c : sum) c /= n;
-  return sum;
-}
-
+// Every face's normal as the format defines it (the plane's normal, turned by the
+// plane's sense and by the face's sense) points away from the block's centre: the
+// plane's own point lies on its outer side.
 void expectFacesPointOut(const xt::Graph& g, size_t body, const xt::Block& block) {
-  int64_t shell = ptr(g, body, "shell");
   int faces = 0;
-  for (int64_t face = ptr(g, at(g, shell), "face"); face; face = ptr(g, at(g, face), "next"), ++faces) {
-    xt::Vec3 n = faceNormal(g, at(g, face)), c = faceCentre(g, at(g, face));
+  for (int64_t face = ptr(g, at(g, ptr(g, body, "shell")), "face"); face; face = ptr(g, at(g, face), "next"), ++faces) {
+    size_t plane = at(g, ptr(g, at(g, face), "surface"));
+    xt::Vec3 n = vec(g, plane, "normal"), p = vec(g, plane, "pvec");
+    bool flipped = (g.field(plane, "sense").integer() == '-') != (g.field(at(g, face), "sense").integer() == '-');
     double outward = 0;
-    for (int i = 0; i < 3; ++i) outward += n[i] * (c[i] - (block.corner[i] + block.size[i] / 2));
-    EXPECT_GT(outward, 0) << "FACE #" << face << " points into its block";
+    for (int i = 0; i < 3; ++i) outward += n[i] * (p[i] - (block.corner[i] + block.size[i] / 2));
+    EXPECT_GT(flipped ? -outward : outward, 0) << "FACE #" << face << " points into its block";
   }
   EXPECT_EQ(faces, 6);
 }
 
-TEST(Samples, CommittedFilesAreWhatTheGeneratorWritesNow) {
+TEST(Samples, CommittedFilesAreWhatTheGeneratorWritesNowAndDecodeToItsGraph) {
   for (const auto& sample : xt::sampleSet()) {
     SCOPED_TRACE(sample.name);
     std::string committed = committedSample(sample.name);
     ASSERT_FALSE(committed.empty()) << "samples/" << sample.name << " is missing";
     EXPECT_TRUE(committed == xt::encodeSample(sample))
         << "samples/" << sample.name << " differs from the generator: run `xt-make-samples samples`";
-  }
-}
-
-TEST(Samples, DecodeToTheGeneratorsGraphInBothFormats) {
-  for (const auto& sample : xt::sampleSet()) {
-    SCOPED_TRACE(sample.name);
-    xt::Graph decoded = xt::decode(committedSample(sample.name));
+    xt::Graph decoded = xt::decode(committed);
     std::string why;
     EXPECT_TRUE(xt::sameGraph(xt::buildBlockPart(sample.blocks), decoded, &why)) << why;
     EXPECT_EQ(decoded.prefix.format, sample.format);
@@ -150,7 +125,6 @@ TEST(Samples, RootedAsRealWritersRootOneOrSeveralParts) {
   xt::Graph one = xt::buildBlockPart({{{0, 0, 0}, {1, 1, 1}}});
   EXPECT_EQ(one.nodes().front().layout->name, "BODY");
   EXPECT_EQ(one.nodes().front().index, 1);
-  EXPECT_EQ(one.size(), 87u);
 
   xt::Graph three = xt::buildBlockPart({{{0, 0, 0}, {1, 1, 1}}, {{2, 0, 0}, {1, 1, 1}}, {{4, 0, 0}, {1, 1, 1}}});
   const auto& root = three.nodes().front();

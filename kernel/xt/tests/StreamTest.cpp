@@ -12,7 +12,7 @@ namespace xt = meld::xt;
 
 namespace {
 
-TEST(TextIn, JoinsRecordsAndKeepsLeadingSpaces) {
+TEST(TextIn, JoinsRecordsKeepsLeadingSpacesAndDecodesEscapes) {
   // A break inside a number, a record cut before a space, padding spaces, CRLF.
   xt::TextIn in("12 3\r\n4 5   \n 6 ?7 +T?V0 \n", 0);
   EXPECT_EQ(in.integer(), 12);
@@ -27,6 +27,11 @@ TEST(TextIn, JoinsRecordsAndKeepsLeadingSpaces) {
   EXPECT_EQ(in.character(), 'V');
   EXPECT_EQ(in.integer(), 0);
   EXPECT_TRUE(in.atEnd());
+  // Escapes in strings: backslash, NUL, newline, nine spaces.
+  xt::TextIn escaped("a\\\\b\\0\\n\\9c", 0);
+  int64_t out[14];
+  escaped.chars(out, 14);
+  EXPECT_EQ(std::string(out, out + 14), std::string("a\\b\0\n         c", 14));
 }
 
 TEST(TextIn, ReadsRealsNullVectorsAndReportsFileOffsets) {
@@ -61,14 +66,6 @@ TEST(TextIn, ReadsRecordsWithAndWithoutNewlinesWhole) {
     int m_left = 2;
   } unterminated;
   EXPECT_EQ(meld::xt::readAll(unterminated, true, 100), "x\nx\n");
-}
-
-TEST(TextIn, DecodesStringEscapes) {
-  xt::TextIn in("a\\\\b\\0\\n\\9c", 0);
-  int64_t out[14];
-  in.chars(out, 14);
-  std::string s(out, out + 14);
-  EXPECT_EQ(s, std::string("a\\b\0\n         c", 14));
 }
 
 TEST(TextOut, RoundTripsThroughTheReader) {

@@ -19,6 +19,22 @@ inline std::string textPrefix(const std::string& key, int userFieldSize = 0) {
   return out + std::to_string(userFieldSize) + " ";
 }
 
+// The message a decode fails with; empty when it succeeds.
+inline std::string decodeError(std::string_view bytes, const meld::xt::DecodeOptions& options = {}) {
+  try {
+    meld::xt::decode(bytes, options);
+  } catch (const meld::xt::XtError& e) {
+    return e.what();
+  }
+  return {};
+}
+
+inline meld::xt::DecodeOptions withSchemas(meld::xt::SchemaSource* schemas) {
+  meld::xt::DecodeOptions options;
+  options.schemas = schemas;
+  return options;
+}
+
 inline std::vector<std::string> split(const std::string& line, char sep) {
   std::vector<std::string> parts;
   std::stringstream in(line);
