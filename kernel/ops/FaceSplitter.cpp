@@ -63,38 +63,32 @@ FaceSplitter::FaceSplitter() = default;
 FaceSplitter::~FaceSplitter() = default;
 
 // OCCT's filler is about a tenth faster when it may modify its arguments
-// (tolerances, pcurves) than when it copies what it would modify. The
-// arguments are bodies' own shapes, which marks hold and a roll-back must
-// find as they were, so the fast run is checked against a snapshot taken
-// before it: when it changed anything, that is put back and the split made
-// again without modifying them. On solids bounded by planes, cylinders and
-// cones crossing cleanly it changes nothing; on real parts that touch, it
-// widens tolerances where they touch.
+// than when it copies what it would modify. The arguments are bodies' own
+// shapes, which marks hold and a roll-back must find as they were, so
+// whatever the run changed in them (pcurves stored on planes, tolerances
+// widened where parts touch) is put back from a snapshot taken before it.
+// The split stands: its faces on planes compute the same pcurves when
+// asked, and a face OCCT made that needed a widened tolerance fails the
+// check every made face passes before a union takes it, so that union goes
+// pairwise.
 bool FaceSplitter::perform(const std::vector<TopoDS_Shape>& solids, double fuzzy) {
   ShapeSnapshot before(solids);
-  bool done = false;
   try {
-    done = run(solids, fuzzy, false);
+    bool done = run(solids, fuzzy);
+    if (!before.unchanged()) before.restore();
+    return done;
   } catch (...) {
     before.restore();
     throw;
   }
-  ShapeSnapshot::Change change = before.compare();
-  if (change == ShapeSnapshot::Change::none) return done;
-  before.restore();
-  // Pcurves on planes that OCCT stored on the solids' edges go again: the
-  // split faces on those planes find the same pcurves without them.
-  if (change == ShapeSnapshot::Change::pcurvesOnPlanes) return done;
-  redone_ = true;
-  return run(solids, fuzzy, true);
 }
 
-bool FaceSplitter::run(const std::vector<TopoDS_Shape>& solids, double fuzzy, bool nonDestructive) {
+bool FaceSplitter::run(const std::vector<TopoDS_Shape>& solids, double fuzzy) {
   TopTools_ListOfShape arguments;
   for (const TopoDS_Shape& solid : solids) arguments.Append(solid);
   BOPAlgo_PaveFiller filler;
   filler.SetArguments(arguments);
-  filler.SetNonDestructive(nonDestructive);
+  filler.SetNonDestructive(false);
   filler.SetRunParallel(sessionThreads() > 1);
   filler.SetUseOBB(false);
   filler.SetFuzzyValue(fuzzy);

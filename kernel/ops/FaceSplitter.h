@@ -47,17 +47,13 @@ class FaceSplitter {
   // Each face, edge and vertex of the solids and its split pieces, handed
   // over (the splitter keeps none).
   void takePieces(SplitPieces& into) { into.swap(pieces_); }
-  // Whether the fast split changed the solids, so that it was put back and
-  // the split made again without modifying them.
-  bool redone() const { return redone_; }
 
  private:
-  bool run(const std::vector<TopoDS_Shape>& solids, double fuzzy, bool nonDestructive);
+  bool run(const std::vector<TopoDS_Shape>& solids, double fuzzy);
 
   std::vector<TopoDS_Shape> drafts_;
   std::vector<TopTools_ListOfShape> inside_;
   SplitPieces pieces_;
-  bool redone_ = false;
 };
 
 }  // namespace meld::kernel

@@ -4,7 +4,6 @@
 #include <BRep_CurveOnSurface.hxx>
 #include <BRep_GCurve.hxx>
 #include <BRep_PointOnSurface.hxx>
-#include <Geom_Plane.hxx>
 #include <TopExp_Explorer.hxx>
 
 #include <unordered_set>
@@ -26,18 +25,14 @@ ShapeSnapshot::ShapeSnapshot(const std::vector<TopoDS_Shape>& shapes) {
   }
 }
 
-ShapeSnapshot::Change ShapeSnapshot::compare() const {
+bool ShapeSnapshot::unchanged() const {
   for (const VertexState& v : vertices_)
-    if (!same(v, take(v.vertex))) return Change::other;
+    if (!same(v, take(v.vertex))) return false;
+  for (const EdgeState& e : edges_)
+    if (!same(e, take(e.edge))) return false;
   for (const FaceState& f : faces_)
-    if (!same(f, take(f.face))) return Change::other;
-  Change change = Change::none;
-  for (const EdgeState& e : edges_) {
-    Change edge = compare(e, take(e.edge));
-    if (edge == Change::other) return edge;
-    if (edge == Change::pcurvesOnPlanes) change = edge;
-  }
-  return change;
+    if (!same(f, take(f.face))) return false;
+  return true;
 }
 
 void ShapeSnapshot::restore() const {
@@ -105,31 +100,13 @@ bool ShapeSnapshot::same(const CurveState& a, const CurveState& b) {
          a.curve == b.curve && a.pcurve == b.pcurve && a.pcurve2 == b.pcurve2 && a.continuity == b.continuity;
 }
 
-namespace {
-
-bool pcurveOnPlane(const Handle(BRep_CurveRepresentation)& rep) {
-  return rep->IsCurveOnSurface() && !rep->IsCurveOnClosedSurface() &&
-         rep->Surface()->DynamicType() == STANDARD_TYPE(Geom_Plane);
-}
-
-}  // namespace
-
-// The representations taken must all be there, as they were and in their
-// order; what was added between them may only be pcurves on planes.
-ShapeSnapshot::Change ShapeSnapshot::compare(const EdgeState& taken, const EdgeState& now) {
-  if (taken.tolerance != now.tolerance || taken.sameParameter != now.sameParameter ||
-      taken.sameRange != now.sameRange || taken.degenerated != now.degenerated)
-    return Change::other;
-  std::size_t i = 0;
-  for (const CurveState& curve : now.curves) {
-    if (i < taken.curves.size() && same(taken.curves[i], curve)) {
-      ++i;
-      continue;
-    }
-    if (!pcurveOnPlane(curve.rep)) return Change::other;
-  }
-  if (i != taken.curves.size()) return Change::other;
-  return now.curves.size() == taken.curves.size() ? Change::none : Change::pcurvesOnPlanes;
+bool ShapeSnapshot::same(const EdgeState& a, const EdgeState& b) {
+  if (a.tolerance != b.tolerance || a.sameParameter != b.sameParameter || a.sameRange != b.sameRange ||
+      a.degenerated != b.degenerated || a.curves.size() != b.curves.size())
+    return false;
+  for (std::size_t i = 0; i < a.curves.size(); ++i)
+    if (!same(a.curves[i], b.curves[i])) return false;
+  return true;
 }
 
 bool ShapeSnapshot::same(const FaceState& a, const FaceState& b) {

@@ -26,16 +26,8 @@ class ShapeSnapshot {
  public:
   explicit ShapeSnapshot(const std::vector<TopoDS_Shape>& shapes);
 
-  enum class Change {
-    none,
-    // Only pcurves on planes were stored on edges that had none there. Such
-    // pcurves are what OCCT computes whenever one is asked for and none is
-    // stored, so shapes built on those edges lose nothing when they go.
-    pcurvesOnPlanes,
-    other
-  };
-  // How the vertices, edges and faces differ from when they were taken.
-  Change compare() const;
+  // Whether every vertex, edge and face is as it was taken.
+  bool unchanged() const;
   // Puts every vertex, edge and face back as it was taken.
   void restore() const;
 
@@ -79,7 +71,7 @@ class ShapeSnapshot {
   static FaceState take(const Handle(BRep_TFace)& face);
   static CurveState take(const Handle(BRep_CurveRepresentation)& rep);
   static bool same(const VertexState& a, const VertexState& b);
-  static Change compare(const EdgeState& taken, const EdgeState& now);
+  static bool same(const EdgeState& a, const EdgeState& b);
   static bool same(const FaceState& a, const FaceState& b);
   static bool same(const CurveState& a, const CurveState& b);
   static void put(const VertexState& state);
