@@ -396,6 +396,8 @@ int main(int argc, char** argv) {
                 report.count(kIntersection, false), report.worstDeviation(kIntersection), report.count(kBlendedEdge, true),
                 report.count(kBlendedEdge, false), report.worstDeviation(kBlendedEdge), bodies.valid, bodies.total,
                 bodies.volume);
+    // All the digits: a change to how bodies are built must not move them.
+    std::printf("    bodies: total volume %.15e m3\n", bodies.volume);
     const Twin twin = readTwin(corpus / name);
     if (verbose)
       for (double v : twin.volumes) std::printf("    STEP solid volume %.9e\n", v);
@@ -430,7 +432,7 @@ int main(int argc, char** argv) {
     if (std::getenv("MELD_BENCH_UNITE")) unitePairs(bodies.validSolids);
     if (twin.found && std::getenv("MELD_BENCH_TRIM")) compareTrims(bodies, twin, graph);
     if (verbose)
-      for (double v : bodies.volumes) std::printf("    body volume %.9e\n", v);
+      for (double v : bodies.volumes) std::printf("    body volume %.15e\n", v);
     std::fflush(stdout);
   }
 }
