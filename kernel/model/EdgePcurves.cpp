@@ -89,17 +89,14 @@ class Follower {
       u = m_u.reach(u + du);
       v = m_v.reach(v + dv);
       if ((su * du + sv * dv).Magnitude() > 1e-13) continue;
-      // Held only where that moves the point: a foot a rounding error past
-      // the border stays free, with its derivative.
-      const double heldU = m_u.hold(u, su.Magnitude()), heldV = m_v.hold(v, sv.Magnitude());
-      const double gap = m_s->Value(heldU, heldV).Distance(target);
-      if (gap > m_maxOff) return false;
+      // A foot a rounding error past the border stays free, with its
+      // derivative; one really past it is searched for on the border.
+      if (m_u.hold(u, su.Magnitude()) != u || m_v.hold(v, sv.Magnitude()) != v) break;
+      if (p.Distance(target) > m_maxOff) return false;
       out.t = t;
-      out.held = heldU != u || heldV != v ? gap : 0;
-      out.uv.SetCoord(heldU, heldV);
-      // How the foot moves with t; along the border only, where it is held.
-      out.d.SetCoord(heldU == u ? (c * dc.Dot(su) - b * dc.Dot(sv)) / det : 0,
-                     heldV == v ? (a * dc.Dot(sv) - b * dc.Dot(su)) / det : 0);
+      out.held = 0;
+      out.uv.SetCoord(u, v);
+      out.d.SetCoord((c * dc.Dot(su) - b * dc.Dot(sv)) / det, (a * dc.Dot(sv) - b * dc.Dot(su)) / det);
       return true;
     }
     return onBorder(t, target, dc, u, v, out);
@@ -134,8 +131,16 @@ class Follower {
     }
     if ((holdU && m_v.bounded && (v < m_v.lo || v > m_v.hi)) || (holdV && m_u.bounded && (u < m_u.lo || u > m_u.hi)))
       return false;  // past a corner: healing decides
-    const double gap = m_s->Value(u, v).Distance(target);
+    m_s->D1(u, v, p, su, sv);
+    const gp_Vec r(target, p);
+    const double gap = r.Magnitude();
     if (gap > m_maxOff) return false;
+    // The border point must be nearest on the range's side too: when moving
+    // inward brings the surface nearer, the nearest point lies inside, where
+    // the free search did not go (a curve far off a curved face).
+    if ((holdU && !m_u.nearestHeld(u, r.Dot(su), su.Magnitude() * gap)) ||
+        (holdV && !m_v.nearestHeld(v, r.Dot(sv), sv.Magnitude() * gap)))
+      return false;
     out.t = t;
     out.uv.SetCoord(u, v);
     out.d.SetCoord(holdU ? 0 : speed, holdV ? 0 : speed);
@@ -151,6 +156,12 @@ class Follower {
     double reach(double x) const {
       const double margin = 1e-3 * (hi - lo);
       return bounded ? std::clamp(x, lo - margin, hi + margin) : x;
+    }
+    // Whether a point held at `x` (lo or hi) is nearest from inside too:
+    // `slope` = (surface - curve point) . dS/dx, `scale` its largest size.
+    bool nearestHeld(double x, double slope, double scale) const {
+      const double inward = x <= lo ? slope : -slope;  // growth of the distance going inside
+      return inward >= -1e-6 * scale;
     }
     // `speed`: metres per unit of this parameter there.
     double hold(double x, double speed) const {
@@ -174,16 +185,15 @@ gp_Pnt2d hermite(const Foot& a, const Foot& b, double t) {
 }
 
 // Halves the span a..b until the cubic keeps within the fit tolerance of the
-// foot at each half's middle; appends the feet after a, b last. Where feet are
-// held on a border the held path turns sharply; there the cubic need only
-// keep as close as the curve itself comes to the surface.
+// foot at each half's middle; appends the feet after a, b last. Where the
+// feet come onto a border or leave it the path turns sharply: the halvings
+// close in on the turn.
 bool refine(const Follower& f, const Foot& a, const Foot& b, int depth, std::vector<Foot>& out) {
   const double tm = 0.5 * (a.t + b.t);
   const gp_Pnt2d predicted = hermite(a, b, tm);
   Foot m;
   if (!f.foot(tm, predicted, m)) return false;
-  const double allowed = kPcurveFitTolerance + std::max({a.held, b.held, m.held});
-  if (f.onSurface(predicted).Distance(f.onSurface(m.uv)) <= allowed) {
+  if (f.onSurface(predicted).Distance(f.onSurface(m.uv)) <= kPcurveFitTolerance) {
     out.push_back(b);
     return true;
   }
