@@ -131,16 +131,8 @@ class Follower {
     }
     if ((holdU && m_v.bounded && (v < m_v.lo || v > m_v.hi)) || (holdV && m_u.bounded && (u < m_u.lo || u > m_u.hi)))
       return false;  // past a corner: healing decides
-    m_s->D1(u, v, p, su, sv);
-    const gp_Vec r(target, p);
-    const double gap = r.Magnitude();
+    const double gap = m_s->Value(u, v).Distance(target);
     if (gap > m_maxOff) return false;
-    // The border point must be nearest on the range's side too: when moving
-    // inward brings the surface nearer, the nearest point lies inside, where
-    // the free search did not go (a curve far off a curved face).
-    if ((holdU && !m_u.nearestHeld(u, r.Dot(su), su.Magnitude() * gap)) ||
-        (holdV && !m_v.nearestHeld(v, r.Dot(sv), sv.Magnitude() * gap)))
-      return false;
     out.t = t;
     out.uv.SetCoord(u, v);
     out.d.SetCoord(holdU ? 0 : speed, holdV ? 0 : speed);
@@ -156,12 +148,6 @@ class Follower {
     double reach(double x) const {
       const double margin = 1e-3 * (hi - lo);
       return bounded ? std::clamp(x, lo - margin, hi + margin) : x;
-    }
-    // Whether a point held at `x` (lo or hi) is nearest from inside too:
-    // `slope` = (surface - curve point) . dS/dx, `scale` its largest size.
-    bool nearestHeld(double x, double slope, double scale) const {
-      const double inward = x <= lo ? slope : -slope;  // growth of the distance going inside
-      return inward >= -1e-6 * scale;
     }
     // `speed`: metres per unit of this parameter there.
     double hold(double x, double speed) const {

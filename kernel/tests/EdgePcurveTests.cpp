@@ -162,9 +162,9 @@ TEST(EdgePcurves, FollowedPcurvesRunWithTheEdgesParameterOntoTheNearestFoot) {
   EXPECT_TRUE(BRepCheck_Analyzer(face).IsValid());
 }
 
-TEST(EdgePcurves, ACurveAHairPastTheBorderIsHeldOnItOneFarPastIsLeftToHealing) {
+TEST(EdgePcurves, ACurveAHairPastTheBorderIsHeldOnItOnesFarPastOrThroughAnApexGoToHealing) {
   // The patch cut at v = 0.7. Along that border runs an iso curve of the whole
-  // patch at v = 0.7 + 5e-6 (0.05 um outside); across it, an iso at u = 0.5
+  // patch at v = 0.7 + 5e-6 (0.15 um outside); across it, an iso at u = 0.5
   // up to v = 0.95, far past.
   Handle(Geom_BSplineSurface) whole = bump();
   Handle(Geom_BSplineSurface) cut = Handle(Geom_BSplineSurface)::DownCast(whole->Copy());
@@ -182,6 +182,15 @@ TEST(EdgePcurves, ACurveAHairPastTheBorderIsHeldOnItOneFarPastIsLeftToHealing) {
   ASSERT_FALSE(held.IsNull());
   EXPECT_LT(offNearestFoot(along, face), 2e-9);
   for (double t = 0.1; t <= 0.9; t += 0.05) EXPECT_NEAR(held->Value(t).Y(), 0.7, 1e-12) << t;
+
+  // The patch with its v = 0 row drawn into one point, the apex of a blend
+  // whose supports meet: an edge from there has no one (u, v) to start at.
+  TColgp_Array2OfPnt poles = whole->Poles();
+  for (int i = 1; i <= 4; ++i) poles(i, 1) = gp_Pnt(0.015, 0, 0);
+  Handle(Geom_BSplineSurface) apex = new Geom_BSplineSurface(poles, whole->UKnots(), whole->VKnots(),
+                                                             whole->UMultiplicities(), whole->VMultiplicities(), 3, 3);
+  const TopoDS_Edge fromApex = BRepBuilderAPI_MakeEdge(apex->UIso(0.5), 0, 0.6);
+  EXPECT_EQ(followPcurves(faceOf(apex, {{fromApex}})).added, 0);
 }
 
 TEST(EdgePcurves, OnAPeriodicSurfaceHolesGoInTheOuterWiresPeriodAndRingsToHealing) {
@@ -220,10 +229,15 @@ TEST(EdgePcurves, OnAPeriodicSurfaceHolesGoInTheOuterWiresPeriodAndRingsToHealin
   EXPECT_TRUE(BRepCheck_Analyzer(holed).IsValid());
   EXPECT_NEAR(areaOf(holed), 0.02 * (1.0 * 0.01 - 0.4 * 0.004), 1e-12);
 
-  const TopoDS_Edge low = BRepBuilderAPI_MakeEdge(s->VIso(0), 0, 2 * M_PI);
-  const TopoDS_Edge high = BRepBuilderAPI_MakeEdge(s->VIso(0.01), 0, 2 * M_PI);
-  const TopoDS_Face band = faceOf(s, {{low}, {TopoDS::Edge(high.Reversed())}});
+  // Round the surface: a band closed by its seam (an edge used twice), and a
+  // lone ring, whose wire ends a period from where it starts.
+  const TopoDS_Vertex v0 = BRepBuilderAPI_MakeVertex(s->Value(0, 0)), v1 = BRepBuilderAPI_MakeVertex(s->Value(0, 0.01));
+  const TopoDS_Edge low = BRepBuilderAPI_MakeEdge(s->VIso(0), v0, v0, 0, 2 * M_PI);
+  const TopoDS_Edge high = BRepBuilderAPI_MakeEdge(s->VIso(0.01), v1, v1, 0, 2 * M_PI);
+  const TopoDS_Edge seam = BRepBuilderAPI_MakeEdge(s->UIso(0), v0, v1, 0, 0.01);
+  const TopoDS_Face band = faceOf(s, {{low, seam, TopoDS::Edge(high.Reversed()), TopoDS::Edge(seam.Reversed())}});
   EXPECT_EQ(followPcurves(band).added, 0);
+  EXPECT_EQ(followPcurves(faceOf(s, {{low}})).added, 0);
   double f = 0, l = 0;
   EXPECT_TRUE(BRep_Tool::CurveOnSurface(low, band, f, l).IsNull());
 }
