@@ -1,11 +1,11 @@
 #include "EdgePcurves.h"
 
 #include <BRep_Builder.hxx>
+#include <Bnd_Box2d.hxx>
 #include <BRep_Tool.hxx>
 #include <Geom2d_BSplineCurve.hxx>
 #include <Geom_BSplineCurve.hxx>
 #include <Geom_ElementarySurface.hxx>
-#include <Bnd_Box2d.hxx>
 #include <Geom_Surface.hxx>
 #include <Geom_TrimmedCurve.hxx>
 #include <ShapeAnalysis_Surface.hxx>
@@ -44,9 +44,6 @@ struct Foot {
   double t = 0;
   gp_Pnt2d uv;
   gp_Vec2d d;  // d(u,v)/dt
-  // Held on a border of the surface's range: the curve point lies this far
-  // past it (zero for a free foot).
-  double held = 0;
 };
 
 // Free-form surfaces (B-surfaces, converted blends, offsets, swept and spun
@@ -94,7 +91,6 @@ class Follower {
       if (m_u.hold(u, su.Magnitude()) != u || m_v.hold(v, sv.Magnitude()) != v) break;
       if (p.Distance(target) > m_maxOff) return false;
       out.t = t;
-      out.held = 0;
       out.uv.SetCoord(u, v);
       out.d.SetCoord((c * dc.Dot(su) - b * dc.Dot(sv)) / det, (a * dc.Dot(sv) - b * dc.Dot(su)) / det);
       return true;
@@ -136,7 +132,6 @@ class Follower {
     out.t = t;
     out.uv.SetCoord(u, v);
     out.d.SetCoord(holdU ? 0 : speed, holdV ? 0 : speed);
-    out.held = gap;
     return true;
   }
 
