@@ -7,19 +7,18 @@
 
 #include <BRepBuilderAPI_Copy.hxx>
 #include <BRepBuilderAPI_MakeEdge.hxx>
+#include <BRepBuilderAPI_MakeVertex.hxx>
 #include <BRepCheck_Analyzer.hxx>
 #include <BRepGProp.hxx>
 #include <BRep_Builder.hxx>
 #include <BRep_Tool.hxx>
 #include <GProp_GProps.hxx>
 #include <GeomAPI_PointsToBSpline.hxx>
-#include <BRepBuilderAPI_MakeVertex.hxx>
-#include <Geom_ElementarySurface.hxx>
 #include <GeomAPI_ProjectPointOnCurve.hxx>
 #include <GeomAPI_ProjectPointOnSurf.hxx>
 #include <Geom_BSplineCurve.hxx>
 #include <Geom_BSplineSurface.hxx>
-#include <Geom_Circle.hxx>
+#include <Geom_ElementarySurface.hxx>
 #include <Geom_Line.hxx>
 #include <Geom_SurfaceOfRevolution.hxx>
 #include <TColStd_Array1OfReal.hxx>
@@ -68,33 +67,24 @@ TopoDS_Face faceOf(const Handle(Geom_Surface)& surface, const std::vector<std::v
   return face;
 }
 
-// The nearest point of the surface's range to p: the nearest stationary point
-// inside, or a nearest point on a border of a bounded direction.
-gp_Pnt nearestOn(const Handle(Geom_Surface)& surface, const gp_Pnt& p) {
-  double u1 = 0, u2 = 0, v1 = 0, v2 = 0;
-  surface->Bounds(u1, u2, v1, v2);
-  gp_Pnt best;
-  double bestDistance = INFINITY;
-  auto consider = [&](const gp_Pnt& q) {
-    if (p.Distance(q) < bestDistance) bestDistance = p.Distance(q), best = q;
-  };
-  GeomAPI_ProjectPointOnSurf inside(p, surface);
+// The nearest point of the surface's range to p: a stationary point inside or
+// a nearest point on a border of a bounded direction, taken on the surface
+// itself (an offset's iso curve only approximates it).
+gp_Pnt nearestOn(const Handle(Geom_Surface)& s, const gp_Pnt& p) {
+  double b[4];
+  s->Bounds(b[0], b[1], b[2], b[3]);
+  gp_Pnt best = s->Value(b[0], b[2]);
+  auto consider = [&](const gp_Pnt& q) { best = p.Distance(q) < p.Distance(best) ? q : best; };
+  GeomAPI_ProjectPointOnSurf inside(p, s);
   for (int i = 1; i <= inside.NbPoints(); ++i) consider(inside.Point(i));
-  // Along each border of a bounded direction; the point is taken on the
-  // surface itself (an offset's iso curve is only an approximation of it).
-  struct Border {
-    Handle(Geom_Curve) iso;
-    bool alongU;  // u varies along it, v is fixed
-    double fixed;
-  };
-  std::vector<Border> borders;
-  if (!surface->IsUPeriodic()) borders.insert(borders.end(), {{surface->UIso(u1), false, u1}, {surface->UIso(u2), false, u2}});
-  if (!surface->IsVPeriodic()) borders.insert(borders.end(), {{surface->VIso(v1), true, v1}, {surface->VIso(v2), true, v2}});
-  for (const Border& border : borders) {
-    auto at = [&](double s) { return border.alongU ? surface->Value(s, border.fixed) : surface->Value(border.fixed, s); };
-    consider(at(border.iso->FirstParameter()));
-    consider(at(border.iso->LastParameter()));
-    GeomAPI_ProjectPointOnCurve onBorder(p, border.iso);
+  for (int k = 0; k < 4; ++k) {
+    const bool uFixed = k < 2;
+    if (uFixed ? s->IsUPeriodic() : s->IsVPeriodic()) continue;
+    Handle(Geom_Curve) iso = uFixed ? s->UIso(b[k]) : s->VIso(b[k]);
+    auto at = [&](double x) { return uFixed ? s->Value(b[k], x) : s->Value(x, b[k]); };
+    consider(at(iso->FirstParameter()));
+    consider(at(iso->LastParameter()));
+    GeomAPI_ProjectPointOnCurve onBorder(p, iso);
     for (int i = 1; i <= onBorder.NbPoints(); ++i) consider(at(onBorder.Parameter(i)));
   }
   return best;
