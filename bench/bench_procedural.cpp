@@ -68,6 +68,7 @@ double since(std::chrono::steady_clock::time_point t0) {
 
 struct Bodies {
   int total = 0, built = 0, valid = 0;
+  int followed = 0, leftToHealing = 0;  // pcurves the builder found itself / left to healing
   double volume = 0;
   std::vector<double> volumes;
   std::vector<TopoDS_Shape> shapes;  // as built, valid or not, in `volumes` order
@@ -89,6 +90,8 @@ Bodies buildBodies(GeometryCache& cache, double& seconds) {
     try {
       BodyBuilder builder(cache);
       built.emplace_back(static_cast<long>(i), builder.build(static_cast<long>(i)).shape);
+      out.followed += builder.followed().added;
+      out.leftToHealing += builder.followed().left;
     } catch (const std::exception& e) {
       out.errors.push_back(e.what());
     } catch (const Standard_Failure& e) {
@@ -396,6 +399,9 @@ int main(int argc, char** argv) {
                 report.count(kIntersection, false), report.worstDeviation(kIntersection), report.count(kBlendedEdge, true),
                 report.count(kBlendedEdge, false), report.worstDeviation(kBlendedEdge), bodies.valid, bodies.total,
                 bodies.volume);
+    // All the digits: a change to how bodies are built must not move them.
+    std::printf("    bodies: total volume %.15e m3; pcurves followed %d, left to healing %d\n", bodies.volume,
+                bodies.followed, bodies.leftToHealing);
     const Twin twin = readTwin(corpus / name);
     if (verbose)
       for (double v : twin.volumes) std::printf("    STEP solid volume %.9e\n", v);
@@ -430,7 +436,7 @@ int main(int argc, char** argv) {
     if (std::getenv("MELD_BENCH_UNITE")) unitePairs(bodies.validSolids);
     if (twin.found && std::getenv("MELD_BENCH_TRIM")) compareTrims(bodies, twin, graph);
     if (verbose)
-      for (double v : bodies.volumes) std::printf("    body volume %.9e\n", v);
+      for (double v : bodies.volumes) std::printf("    body volume %.15e\n", v);
     std::fflush(stdout);
   }
 }

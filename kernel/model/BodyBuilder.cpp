@@ -1,4 +1,5 @@
 #include "BodyBuilder.h"
+#include "EdgePcurves.h"
 #include "PoleClosure.h"
 
 #include <BRepBuilderAPI_MakeFace.hxx>
@@ -531,6 +532,7 @@ BuiltBody BodyBuilder::build(long body) {
   // parameter. Tolerances stay what the file says unless a curve end needs more.
   Handle(ShapeBuild_ReShape) turned = new ShapeBuild_ReShape;
   shape = orientLoopsOnElementarySurfaces(shape, turned);
+  m_followed = followPcurves(shape);
   Handle(ShapeFix_Shape) fix = new ShapeFix_Shape(shape);
   fix->SetPrecision(kMinTolerance);
   fix->SetMinTolerance(kMinTolerance);

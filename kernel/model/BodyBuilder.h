@@ -4,6 +4,7 @@
 // implicit (pcurves, seam edges of periodic faces).
 #pragma once
 
+#include "EdgePcurves.h"
 #include "GeometryCache.h"
 
 #include <TopoDS_Edge.hxx>
@@ -30,6 +31,8 @@ class BodyBuilder {
 
   // Throws ModelError naming the node that cannot be built.
   BuiltBody build(long body);
+  // What the last build found of its pcurves itself (the rest healing projects).
+  const FollowedPcurves& followed() const { return m_followed; }
 
  private:
   struct Edge {
@@ -56,6 +59,7 @@ class BodyBuilder {
   std::unordered_map<long, Edge> m_edges;
   std::unordered_map<long, TopoDS_Face> m_faces;
   std::unordered_map<long, TopoDS_Shape> m_topology;
+  FollowedPcurves m_followed;
 };
 
 }  // namespace meld::model
