@@ -6,10 +6,12 @@
 // Newton from the previous foot, and the feet are joined by a C1 cubic in the
 // edge's own parameter, refined until it keeps to the feet.
 //
-// Only surfaces with one foot per point get this: not periodic, not closed,
-// not degenerate where the edge runs (a foot there has no unique (u,v)).
-// Edges it cannot follow confidently (past the surface's range, off it, or
-// used twice by a face) are left without a pcurve for healing to project.
+// Only surfaces with one foot per point get this: a direction that closes
+// must be periodic (each wire is then followed in one period, its holes
+// moved into the outer wire's), and the surface not degenerate where the
+// edge runs (a foot there has no unique (u,v)). Edges it cannot follow
+// confidently (past the surface's range, off it, or used twice by a face,
+// as a seam is) are left without a pcurve for healing to project.
 #pragma once
 
 #include <TopoDS_Shape.hxx>
