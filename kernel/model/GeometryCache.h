@@ -35,6 +35,10 @@ class GeometryCache {
   // a node type nothing converts) naming the node.
   Handle(Geom_Surface) surface(long node);
   Handle(Geom_Curve) curve(long node);
+  // A conversion made elsewhere (the survey, which measures its own fits),
+  // kept as the node's so that it is not converted again.
+  void keep(long node, const Handle(Geom_Surface)& surface) { m_surfaces.emplace(node, surface); }
+  void keep(long node, const Handle(Geom_Curve)& curve) { m_curves.emplace(node, curve); }
   // The 2D curve of an SP_CURVE, in the parameters of the OCCT twin of its surface.
   Handle(Geom2d_Curve) spCurve2d(long spCurve);
   gp_Pnt point(long node);

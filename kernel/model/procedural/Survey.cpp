@@ -36,11 +36,13 @@ void convertOne(GeometryCache& cache, NodeReport& report) {
   if (report.type == kIntersection) {
     const CurveFit fit = fitIntersection(eval.intersection(report.node), kTargetTolerance, kAcceptedTolerance);
     report.deviation = fit.deviation, report.offSupport = fit.offSupport;
+    cache.keep(report.node, fit.curve);
   } else {
     const RollingBall ball = eval.rollingBall(report.node);
     const SurfaceFit fit = fitRollingBall(ball, kTargetTolerance, kAcceptedTolerance);
     report.deviation = fit.deviation;
     report.offSupport = rowsOffSupports(ball, *fit.surface);
+    cache.keep(report.node, fit.surface);
   }
   report.converted = true;
 }
