@@ -526,6 +526,7 @@ TEST_F(SharedFuse, TheSplitLeavesTheSolidsAsTheyWere) {
     // Three unit blocks; the third overlaps the first by 0.5^3 and the
     // second by 0.5 x 0.7 x 0.7.
     EXPECT_NEAR(kernelVolume(left[0]), 3 - 0.125 - 0.245, 1e-7);
+    EXPECT_EQ(faultsOf(left[0]), 0);
     goBackTo(pmark);
     for (std::size_t i = 0; i < bodies.size(); ++i) {
       ASSERT_TRUE(isLive(bodies[i]));
