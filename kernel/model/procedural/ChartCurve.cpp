@@ -102,8 +102,28 @@ void ChartCurve::buildNodes(const ChartData& chart) {
   if (chart.end.type == 'T' && !m_closed) add(chart.end.singular, true);
   for (size_t i = 0; i + 1 < m_nodes.size(); ++i)
     if (m_nodes[i].point.Distance(m_nodes[i + 1].point) < 1e-15) throw ProceduralError("chart has two equal consecutive points");
-  for (Node& node : m_nodes)
-    for (int k = 0; k < 2; ++k) m_support[k]->initialiseSeed(node.point, node.seed[k]);
+  for (size_t i = 0; i < m_nodes.size(); ++i)
+    for (int k = 0; k < 2; ++k) seedNode(i, k);
+}
+
+// Chart points follow one another closely, so each one's foot is searched for
+// from its neighbour's. Only the first point, and a point whose search from
+// there ends off the support (another stationary point), needs the global
+// search, which costs as much as a hundred local ones on a B-surface.
+void ChartCurve::seedNode(size_t i, int k) {
+  Node& node = m_nodes[i];
+  if (i > 0) {
+    Seed seed = m_nodes[i - 1].seed[k];
+    try {
+      if (std::abs(m_support[k]->evaluate(node.point, seed).distance) <= kChartOffSupport) {
+        node.seed[k] = seed;
+        return;
+      }
+    } catch (const ProceduralError&) {
+      // left to the global search
+    }
+  }
+  m_support[k]->initialiseSeed(node.point, node.seed[k]);
 }
 
 // Moves chart points that are off a support onto both, by the smallest step
@@ -118,14 +138,24 @@ void ChartCurve::refineNodes() {
     if (node.singular) continue;
     gp_Pnt x = node.point;
     Seed seed[2] = {node.seed[0], node.seed[1]};
+    // Near a pole or crease of a support its normal jumps between steps; a step
+    // that leaves the point farther off than the one before is undone, and the
+    // nearest point found is kept.
+    gp_Pnt best = x;
+    Seed bestSeed[2] = {seed[0], seed[1]};
+    double bestResidual = std::numeric_limits<double>::max();
     for (int step = 0; step < 100; ++step) {
       const SupportSample a = m_support[0]->evaluate(x, seed[0]), b = m_support[1]->evaluate(x, seed[1]);
-      if (std::max(std::abs(a.distance), std::abs(b.distance)) < kRefined) break;
+      const double residual = std::max(std::abs(a.distance), std::abs(b.distance));
+      if (residual >= bestResidual) break;
+      best = x, bestResidual = residual, bestSeed[0] = seed[0], bestSeed[1] = seed[1];
+      if (residual < kRefined) break;
       const double g = a.normal.Dot(b.normal), det = 1 - g * g;
       if (det < 1e-12) break;  // supports tangent here: leave the point to the checks
       const double la = (a.distance - g * b.distance) / det, lb = (b.distance - g * a.distance) / det;
       x.Translate(a.normal * -la + b.normal * -lb);
     }
+    x = best, seed[0] = bestSeed[0], seed[1] = bestSeed[1];
     m_shift[i] = x.Distance(node.point);
     // A move comparable to the chart's own spacing would be a jump to another
     // branch, not a correction.

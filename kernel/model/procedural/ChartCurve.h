@@ -71,6 +71,7 @@ class ChartCurve : public CurveEval {
     gp_Vec planeNormal;
   };
   void buildNodes(const ChartData& chart);
+  void seedNode(size_t i, int k);
   void refineNodes();
   void setExtensions(const ChartData& chart);
   void buildTangents();

@@ -68,9 +68,18 @@ bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v) const
     if (a <= 0 || det <= 1e-12 * su.SquareMagnitude() * sv.SquareMagnitude()) {
       a = su.Dot(su), b = su.Dot(sv), c = sv.Dot(sv);
       det = a * c - b * b;
-      if (!(det > 0)) return false;
     }
-    double du = -(c * gu - b * gv) / det, dv = -(a * gv - b * gu) / det;
+    double du = 0, dv = 0;
+    if (det > 1e-24 * a * c) {
+      du = -(c * gu - b * gv) / det, dv = -(a * gv - b * gu) / det;
+    } else if (std::max(a, c) > 0) {
+      // The surface collapses along one parameter here (a pole, an apex): the
+      // foot moves along the other one alone.
+      if (a >= c) du = -gu / a;
+      else dv = -gv / c;
+    } else {
+      return false;
+    }
     if (!std::isfinite(du) || !std::isfinite(dv)) return false;
     const double before = r.SquareMagnitude();
     int cut = 0;
