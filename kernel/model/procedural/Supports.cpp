@@ -7,6 +7,7 @@
 #include <gp_Dir.hxx>
 
 #include <cmath>
+#include <limits>
 
 #include "CurveEval.h"
 #include "ProceduralError.h"
@@ -21,6 +22,9 @@ constexpr int kGaussNewtonSteps = 12;
 constexpr double kFootStep = 1e-14;
 // Steps still this small after all iterations: a foot rocking across a crease.
 constexpr double kFootCrease = 1e-10;
+// Below this sine of the angle between the derivatives a foot's normal is
+// estimated as at a pole.
+constexpr double kClearNormal = 1e-8;
 // Step of the central differences that give a blend bound's gradient (metres).
 constexpr double kGradientStep = 1e-7;
 
@@ -47,19 +51,22 @@ SurfaceSupport::SurfaceSupport(Handle(Geom_Surface) surface, int sign) : m_surfa
 // Hessian, Gauss-Newton where the Hessian is not positive, and every step cut
 // back until the distance decreases: a plain Newton step from a seed a quarter
 // turn away on a cylinder or cone lands on the far side (a stationary point that
-// is not the foot).
-bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v) const {
+// is not the foot). A step's end is evaluated with its derivatives, which the
+// next step starts from when the step stands.
+bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v, FootStep& last) const {
   auto squared = [&](double uu, double vv) { return m_surface->Value(uu, vv).SquareDistance(point); };
-  bool stalled = false;
+  bool stalled = false, evaluated = false;
+  gp_Pnt s;
+  gp_Vec su, sv, suu, svv, suv;
   for (int step = 0; step < kFootSteps; ++step) {
     // Gauss-Newton first: points near the surface (all the converters ask
     // about) converge fast without second derivatives, which cost most on
     // offsets of B-surfaces; full Newton only if that stalls.
     const bool secondOrder = step >= kGaussNewtonSteps || stalled;
-    gp_Pnt s;
-    gp_Vec su, sv, suu, svv, suv;
     if (secondOrder) m_surface->D2(u, v, s, su, sv, suu, svv, suv);
-    else m_surface->D1(u, v, s, su, sv);
+    else if (!evaluated) m_surface->D1(u, v, s, su, sv);
+    evaluated = false;
+    last = FootStep{s, su, sv, 0, 0};
     const gp_Vec r(point, s);
     const double gu = r.Dot(su), gv = r.Dot(sv);
     double a = su.Dot(su), b = su.Dot(sv), c = sv.Dot(sv);
@@ -81,9 +88,22 @@ bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v) const
       return false;
     }
     if (!std::isfinite(du) || !std::isfinite(dv)) return false;
-    const double before = r.SquareMagnitude();
+    // A step below the accuracy sought ends the search unchecked.
+    if ((su * du + sv * dv).Magnitude() < kFootStep) {
+      u += du, v += dv;
+      last.du = du, last.dv = dv;
+      return true;
+    }
+    const double limit = r.SquareMagnitude() * (1 + 1e-12) + 1e-30;
+    gp_Pnt ahead;
+    gp_Vec aheadU, aheadV;
+    m_surface->D1(u + du, v + dv, ahead, aheadU, aheadV);
     int cut = 0;
-    for (; cut < 40 && squared(u + du, v + dv) > before * (1 + 1e-12) + 1e-30; ++cut) du /= 2, dv /= 2;
+    if (ahead.SquareDistance(point) > limit)
+      for (cut = 1; cut < 40; ++cut) {
+        du /= 2, dv /= 2;
+        if (squared(u + du, v + dv) <= limit) break;
+      }
     // No step lowers the distance: the foot is on a crease of the surface (an
     // offset of a C0 base), where the foot conditions have no smooth root.
     if (cut == 40) {
@@ -92,7 +112,9 @@ bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v) const
       continue;
     }
     u += du, v += dv;
-    const double moved = (su * du + sv * dv).Magnitude();
+    last.du = du, last.dv = dv;
+    if (cut == 0) s = ahead, su = aheadU, sv = aheadV, evaluated = true;
+    const double moved = (last.su * du + last.sv * dv).Magnitude();
     if (moved < kFootStep || (step == kFootSteps - 1 && moved < kFootCrease)) return true;
   }
   return false;
@@ -135,15 +157,24 @@ void SurfaceSupport::projectGlobally(const gp_Pnt& point, Seed& seed) const {
 SupportSample SurfaceSupport::evaluate(const gp_Pnt& point, Seed& seed) const {
   if (!seed.set) initialiseSeed(point, seed);
   double u = seed.a, v = seed.b;
-  if (!newtonFoot(point, u, v)) {
+  FootStep last;
+  if (!newtonFoot(point, u, v, last)) {
     projectGlobally(point, seed);
     u = seed.a, v = seed.b;
-    if (!newtonFoot(point, u, v)) throw ProceduralError("no foot point on a support surface");
+    if (!newtonFoot(point, u, v, last)) throw ProceduralError("no foot point on a support surface");
   }
   seed.a = u, seed.b = v;
   SupportSample out;
-  out.foot = m_surface->Value(u, v);
-  out.normal = sensedNormal(m_surface, u, v, m_sign, point);
+  // The last step was below a femtometre: the derivatives where it started
+  // give the foot and normal to rounding, without evaluating the surface again.
+  const gp_Vec cross = last.su.Crossed(last.sv);
+  if (cross.Magnitude() > kClearNormal * last.su.Magnitude() * last.sv.Magnitude()) {
+    out.foot = last.point.Translated(last.su * last.du + last.sv * last.dv);
+    out.normal = cross.Normalized() * m_sign;
+  } else {
+    out.foot = m_surface->Value(u, v);
+    out.normal = sensedNormal(m_surface, u, v, m_sign, point);
+  }
   out.distance = gp_Vec(out.foot, point).Dot(out.normal);
   return out;
 }

@@ -51,7 +51,14 @@ class SurfaceSupport : public Support {
   int sign() const { return m_sign; }
 
  private:
-  bool newtonFoot(const gp_Pnt& point, double& u, double& v) const;
+  // Where the last Newton step started: the surface point and first
+  // derivatives there, and the step taken from it.
+  struct FootStep {
+    gp_Pnt point;
+    gp_Vec su, sv;
+    double du = 0, dv = 0;
+  };
+  bool newtonFoot(const gp_Pnt& point, double& u, double& v, FootStep& last) const;
   // A search over the whole surface: the seed when the quick one fails.
   void projectGlobally(const gp_Pnt& point, Seed& seed) const;
   Handle(Geom_Surface) m_surface;

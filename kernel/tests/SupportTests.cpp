@@ -1,0 +1,57 @@
+// Foot points on B-surfaces, where the converters spend most of their time:
+// whatever the seed, the foot, normal and distance must be those of the exact
+// surface the B-surface was made from.
+#include <gtest/gtest.h>
+
+#include <GeomConvert.hxx>
+#include <Geom_BSplineSurface.hxx>
+#include <Geom_RectangularTrimmedSurface.hxx>
+#include <Geom_ToroidalSurface.hxx>
+#include <gp_Ax3.hxx>
+
+#include "model/procedural/Supports.h"
+
+using namespace meld::model::procedural;
+
+namespace {
+
+Handle(Geom_Surface) asBSpline(const Handle(Geom_Surface)& surface, double u1, double u2, double v1, double v2) {
+  return GeomConvert::SurfaceToBSplineSurface(new Geom_RectangularTrimmedSurface(surface, u1, u2, v1, v2));
+}
+
+}  // namespace
+
+TEST(SurfaceSupport, FeetOnARationalBSurfaceAreTheExactOnesFromNearFarOrNoSeed) {
+  // A torus patch (major radius 2, minor 0.5) as a rational B-surface: points
+  // off it along its normal by less than the minor radius have that foot.
+  const Handle(Geom_ToroidalSurface) torus = new Geom_ToroidalSurface(gp_Ax3(), 2.0, 0.5);
+  const SurfaceSupport support(asBSpline(torus, 0, 3, 0, 4), 1);
+  for (double u : {0.4, 1.3, 2.6})
+    for (double v : {0.3, 1.9, 3.5})
+      for (double d : {0.0, 1e-3, -0.2, 0.3}) {
+        gp_Pnt foot;
+        gp_Vec du, dv;
+        torus->D1(u, v, foot, du, dv);
+        const gp_Vec normal = du.Crossed(dv).Normalized();
+        const gp_Pnt point = foot.Translated(normal * d);
+        // No seed, a neighbour's, one a quarter turn round the tube away, and
+        // one farther off both ways (inside the patch).
+        Seed none, near{u + 0.05, v - 0.05, 0, 0, true, false}, far{u, v + 1.5, 0, 0, true, false};
+        Seed across{u < 1.5 ? u + 0.8 : u - 0.8, v < 2 ? v + 2.0 : v - 2.0, 0, 0, true, false};
+        for (Seed* seed : {&none, &near, &far, &across}) {
+          SCOPED_TRACE(testing::Message() << "u " << u << " v " << v << " d " << d << " seed " << seed->a << "," << seed->b);
+          const SupportSample sample = support.evaluate(point, *seed);
+          EXPECT_LT(sample.foot.Distance(foot), 1e-11);
+          EXPECT_NEAR(sample.distance, d, 1e-11);
+          EXPECT_GT(sample.normal.Dot(normal), 1 - 1e-12);
+        }
+      }
+  // The sense given with the support turns normal and distance round.
+  const SurfaceSupport reversed(asBSpline(torus, 0, 3, 0, 4), -1);
+  Seed seed;
+  const SupportSample sample = reversed.evaluate(gp_Pnt(2.8, 0.5, 0.1), seed);
+  Seed again;
+  const SupportSample forward = support.evaluate(gp_Pnt(2.8, 0.5, 0.1), again);
+  EXPECT_NEAR(sample.distance, -forward.distance, 1e-14);
+  EXPECT_LT((sample.normal + forward.normal).Magnitude(), 1e-14);
+}
