@@ -33,7 +33,9 @@ namespace {
 
 constexpr int kMinSpans = 16;       // first samples along an edge, before refining
 constexpr int kMaxDepth = 24;       // halvings of one first span
-constexpr size_t kMaxFeet = 20000;  // beyond this an edge is left to healing
+constexpr size_t kMaxFeet = 20000;
+// How near a whole period a wire going round a surface must come (of the period).
+constexpr double kWindingSlack = 1e-9;  // beyond this an edge is left to healing
 constexpr int kNewtonSteps = 30;
 // Points farther than this from their foot (or than the edge's tolerance) are
 // not followed: healing decides what such an edge means.
@@ -275,22 +277,30 @@ Bnd_Box2d boxOf(const WireWalk& wire) {
 }
 
 // On a periodic surface each wire is followed in the period its first foot
-// fell in. Every wire must close there (one that wraps round the surface needs
-// a seam, which healing adds), and the holes are moved by whole periods into
-// the outer wire's box (the outer wire is the one with the largest box). False
-// when the face's wires cannot be placed that way.
+// fell in. A wire either closes there or goes once round the surface (the face
+// is then a band, whose seam healing adds); the holes are moved by whole
+// periods into the outer wire's box (the outer wire is the one with the
+// largest box), a band's other wires into its period. False when the face's
+// wires cannot be placed that way.
 bool placeInOnePeriod(const Handle(Geom_Surface)& surface, std::vector<WireWalk>& wires) {
   const double periods[2] = {surface->IsUPeriodic() ? surface->UPeriod() : 0,
                              surface->IsVPeriodic() ? surface->VPeriod() : 0};
   std::vector<Bnd_Box2d> boxes;
+  bool band = false;
   for (const WireWalk& wire : wires) {
     if (!wire.complete || wire.pieces.empty()) return false;
     const auto& first = wire.pieces.front();
     const auto& last = wire.pieces.back();
     const gp_Pnt2d start = first.reversed ? first.pcurve->EndPoint() : first.pcurve->StartPoint();
     const gp_Pnt2d end = last.reversed ? last.pcurve->StartPoint() : last.pcurve->EndPoint();
-    for (int k = 0; k < 2; ++k)
-      if (periods[k] > 0 && std::abs(end.Coord(k + 1) - start.Coord(k + 1)) > 0.5 * periods[k]) return false;
+    for (int k = 0; k < 2; ++k) {
+      const double across = std::abs(end.Coord(k + 1) - start.Coord(k + 1));
+      if (periods[k] > 0 && across > 0.5 * periods[k]) {
+        // Once round the surface: the face is a band, whose seam healing adds.
+        if (std::abs(across - periods[k]) > kWindingSlack * periods[k]) return false;
+        band = true;
+      }
+    }
     boxes.push_back(boxOf(wire));
   }
   auto area = [](const Bnd_Box2d& b) {
@@ -312,8 +322,9 @@ bool placeInOnePeriod(const Handle(Geom_Surface)& surface, std::vector<WireWalk>
       double move = 0;
       if (periods[k] > 0)
         move = periods[k] * std::round(((o[k] + o[k + 2]) - (w[k] + w[k + 2])) / (2 * periods[k]));
+      // A band's wires lie side by side, each in the period of the outer one.
       const double slack = 1e-9 * (o[k + 2] - o[k]);
-      if (w[k] + move < o[k] - slack || w[k + 2] + move > o[k + 2] + slack) return false;
+      if (!band && (w[k] + move < o[k] - slack || w[k + 2] + move > o[k + 2] + slack)) return false;
       shift.SetCoord(k + 1, move);
     }
     if (shift.Magnitude() > 0)

@@ -8,8 +8,9 @@
 //
 // Only surfaces with one foot per point get this: a direction that closes
 // must be periodic (each wire is then followed in one period, its holes
-// moved into the outer wire's), and the surface not degenerate where the
-// edge runs (a foot there has no unique (u,v)). Edges it cannot follow
+// moved into the outer wire's; a wire may go once round, and healing then
+// adds the seam of the band), and the surface not degenerate where the edge
+// runs (a foot there has no unique (u,v)). Edges it cannot follow
 // confidently (past the surface's range, off it, or used twice by a face,
 // as a seam is) are left without a pcurve for healing to project.
 #pragma once

@@ -21,6 +21,7 @@
 #include <Geom_ElementarySurface.hxx>
 #include <Geom_Line.hxx>
 #include <Geom_SurfaceOfRevolution.hxx>
+#include <ShapeFix_Face.hxx>
 #include <TColStd_Array1OfReal.hxx>
 #include <TColgp_Array1OfPnt.hxx>
 #include <TColgp_Array2OfPnt.hxx>
@@ -183,12 +184,11 @@ TEST(EdgePcurves, ACurveAHairPastTheBorderIsHeldOnItOnesFarPastOrThroughAnApexGo
   EXPECT_EQ(followPcurves(faceOf(apex, {{fromApex}})).added, 0);
 }
 
-TEST(EdgePcurves, OnAPeriodicSurfaceHolesGoInTheOuterWiresPeriodAndRingsToHealing) {
+TEST(EdgePcurves, OnAPeriodicSurfaceHolesGoInTheOuterWiresPeriodAndBandsOfRingsAreFollowed) {
   // A cylinder of radius 0.02 as a surface of revolution (u the angle). A
   // patch across the seam, u 5.8 .. 6.8, v 0 .. 0.01, with a hole u 6.1 .. 6.5,
   // v 0.003 .. 0.007, whose first foot falls in the period before: only a
-  // hole moved by 2 pi leaves the right area. A band round the whole surface
-  // needs a seam: healing's.
+  // hole moved by 2 pi leaves the right area.
   Handle(Geom_Surface) s = new Geom_SurfaceOfRevolution(new Geom_Line(gp_Pnt(0.02, 0, 0), gp_Dir(0, 0, 1)), gp::OZ());
   auto rectangle = [&](double u1, double u2, double v1, double v2, bool reversed) {
     const TopoDS_Vertex c[4] = {BRepBuilderAPI_MakeVertex(s->Value(u1, v1)), BRepBuilderAPI_MakeVertex(s->Value(u2, v1)),
@@ -219,17 +219,26 @@ TEST(EdgePcurves, OnAPeriodicSurfaceHolesGoInTheOuterWiresPeriodAndRingsToHealin
   EXPECT_TRUE(BRepCheck_Analyzer(holed).IsValid());
   EXPECT_NEAR(areaOf(holed), 0.02 * (1.0 * 0.01 - 0.4 * 0.004), 1e-12);
 
-  // Round the surface: a band closed by its seam (an edge used twice), and a
-  // lone ring, whose wire ends a period from where it starts.
+  // Round the surface: a band closed by its seam (an edge used twice) is
+  // healing's; a band of two rings, as files store it, gets both rings
+  // followed once round, and healing adds the seam that OCCT needs.
   const TopoDS_Vertex v0 = BRepBuilderAPI_MakeVertex(s->Value(0, 0)), v1 = BRepBuilderAPI_MakeVertex(s->Value(0, 0.01));
   const TopoDS_Edge low = BRepBuilderAPI_MakeEdge(s->VIso(0), v0, v0, 0, 2 * M_PI);
   const TopoDS_Edge high = BRepBuilderAPI_MakeEdge(s->VIso(0.01), v1, v1, 0, 2 * M_PI);
   const TopoDS_Edge seam = BRepBuilderAPI_MakeEdge(s->UIso(0), v0, v1, 0, 0.01);
-  const TopoDS_Face band = faceOf(s, {{low, seam, TopoDS::Edge(high.Reversed()), TopoDS::Edge(seam.Reversed())}});
-  EXPECT_EQ(followPcurves(band).added, 0);
-  EXPECT_EQ(followPcurves(faceOf(s, {{low}})).added, 0);
+  const TopoDS_Face sewn = faceOf(s, {{low, seam, TopoDS::Edge(high.Reversed()), TopoDS::Edge(seam.Reversed())}});
+  EXPECT_EQ(followPcurves(sewn).added, 0);
   double f = 0, l = 0;
-  EXPECT_TRUE(BRep_Tool::CurveOnSurface(low, band, f, l).IsNull());
+  EXPECT_TRUE(BRep_Tool::CurveOnSurface(low, sewn, f, l).IsNull());
+  const TopoDS_Face rings = faceOf(s, {{low}, {TopoDS::Edge(high.Reversed())}});
+  EXPECT_EQ(followPcurves(rings).added, 2);
+  Handle(Geom2d_Curve) ring = BRep_Tool::CurveOnSurface(high, rings, f, l);
+  ASSERT_FALSE(ring.IsNull());
+  EXPECT_NEAR(std::abs(ring->Value(l).X() - ring->Value(f).X()), 2 * M_PI, 1e-9);
+  Handle(ShapeFix_Face) fix = new ShapeFix_Face(rings);
+  fix->Perform();
+  EXPECT_TRUE(BRepCheck_Analyzer(fix->Face()).IsValid());
+  EXPECT_NEAR(areaOf(fix->Face()), 2 * M_PI * 0.02 * 0.01, 1e-12);
 }
 
 TEST(EdgePcurves, RealFreeFormFacesGetPcurvesOnTheNearestFoot) {
