@@ -278,37 +278,44 @@ size_t ChartCurve::segmentOf(double t) const {
   return std::clamp<size_t>(after == 0 ? 0 : after - 1, 0, segments() - 1);
 }
 
-void ChartCurve::d1(double t, gp_Pnt& point, gp_Vec& derivative) const {
+// The point at t (Newton on both supports and the plane across the chord);
+// `seed` and `sample` are left at it for the tangent. False at a chart point,
+// whose point and derivative are stored.
+bool ChartCurve::solve(double t, gp_Pnt& x, Seed seed[2], SupportSample sample[2]) const {
   if (!std::isfinite(t)) refuse("intersection curve evaluated", t);
   const size_t i = segmentOf(t);
   const Node &a = m_nodes[i], &b = m_nodes[i + 1];
   const double h = m_t[i + 1] - m_t[i], s = (t - m_t[i]) / h;
   if (s == 0 || s == 1) {
-    point = s == 0 ? a.point : b.point;
-    derivative = s == 0 ? m_dStart[i] : m_dEnd[i];
-    return;
+    x = s == 0 ? a.point : b.point;
+    return false;
   }
   const gp_Vec chord(a.point, b.point);
   const gp_Vec d = chord / chord.Magnitude();
   const gp_Pnt q = a.point.Translated(chord * s);
-  gp_Pnt x = hermite(a.point, b.point, m_dStart[i], m_dEnd[i], h, s);
+  x = hermite(a.point, b.point, m_dStart[i], m_dEnd[i], h, s);
   const bool nearStart = (s < 0.5 && !a.singular) || b.singular;
-  Seed seed[2] = {(nearStart ? a : b).seed[0], (nearStart ? a : b).seed[1]};
+  seed[0] = (nearStart ? a : b).seed[0], seed[1] = (nearStart ? a : b).seed[1];
   const Piece& piece = m_piece[i];
-  SupportSample sample[2];
   bool converged = false;
   gp_Pnt best = x;
   double bestResidual = std::numeric_limits<double>::max();
   for (int step = 0; step < kNewtonSteps && !converged; ++step) {
     gp_Vec rows[3];
     double rhs[3];
+    // After the first step the normals only steer the search (the distances
+    // decide where it ends): a support may keep the normal it had.
+    auto at = [&](int k) {
+      if (step == 0) sample[k] = m_support[k]->evaluate(x, seed[k]);
+      else m_support[k]->update(x, seed[k], sample[k]);
+    };
     if (piece.support < 0) {
-      for (int k = 0; k < 2; ++k) sample[k] = m_support[k]->evaluate(x, seed[k]);
+      for (int k = 0; k < 2; ++k) at(k);
       rows[0] = sample[0].normal, rhs[0] = -sample[0].distance;
       rows[1] = sample[1].normal, rhs[1] = -sample[1].distance;
     } else {
       const int k = piece.support;
-      sample[k] = m_support[k]->evaluate(x, seed[k]);
+      at(k);
       rows[0] = sample[k].normal, rhs[0] = -sample[k].distance;
       rows[1] = piece.planeNormal, rhs[1] = -piece.planeNormal.Dot(gp_Vec(q, x));
     }
@@ -327,15 +334,35 @@ void ChartCurve::d1(double t, gp_Pnt& point, gp_Vec& derivative) const {
     if (bestResidual > kAccepted) refuse("intersection point did not converge", t);
     x = best;
   }
-  if (piece.support < 0) {
-    for (int k = 0; k < 2; ++k) sample[k] = m_support[k]->evaluate(x, seed[k]);
-  } else {
-    sample[piece.support] = m_support[piece.support]->evaluate(x, seed[piece.support]);
+  return true;
+}
+
+gp_Pnt ChartCurve::value(double t) const {
+  gp_Pnt x;
+  Seed seed[2];
+  SupportSample sample[2];
+  solve(t, x, seed, sample);
+  return x;
+}
+
+void ChartCurve::d1(double t, gp_Pnt& point, gp_Vec& derivative) const {
+  Seed seed[2];
+  SupportSample sample[2];
+  const size_t i = segmentOf(t);
+  if (!solve(t, point, seed, sample)) {
+    derivative = t == m_t[i] ? m_dStart[i] : m_dEnd[i];
+    return;
   }
+  const Piece& piece = m_piece[i];
+  if (piece.support < 0) {
+    for (int k = 0; k < 2; ++k) sample[k] = m_support[k]->evaluate(point, seed[k]);
+  } else {
+    sample[piece.support] = m_support[piece.support]->evaluate(point, seed[piece.support]);
+  }
+  const gp_Vec d = unitChord(m_nodes[i].point, m_nodes[i + 1].point);
   gp_Vec tangent = tangentAt(i, sample[0], sample[1]);
   if (tangent.Magnitude() < kTangential) refuse("intersection curve has no tangent", t);
   if (tangent.Dot(d) < 0) tangent.Reverse();
-  point = x;
   derivative = tangent / (m_scale[i] * tangent.Dot(d));
 }
 

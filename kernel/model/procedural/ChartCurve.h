@@ -41,6 +41,8 @@ class ChartCurve : public CurveEval {
   double first() const override { return m_t.front() - m_extend[0]; }
   double last() const override { return m_t.back() + m_extend[1]; }
   void d1(double t, gp_Pnt& point, gp_Vec& derivative) const override;
+  // The point alone: no normals at it, so none of the tangent's cost.
+  gp_Pnt value(double t) const override;
   std::vector<double> breaks() const override { return {m_t.begin() + 1, m_t.end() - 1}; }
 
   bool closed() const { return m_closed; }
@@ -78,6 +80,7 @@ class ChartCurve : public CurveEval {
   void buildParameters(const ChartData& chart);
   void buildTerminatorPieces(const ChartData& chart);
   size_t segmentOf(double t) const;
+  bool solve(double t, gp_Pnt& x, Seed seed[2], SupportSample sample[2]) const;
   gp_Vec tangentAt(size_t segment, const SupportSample& s0, const SupportSample& s1) const;
 
   std::shared_ptr<const Support> m_support[2];

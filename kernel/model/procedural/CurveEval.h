@@ -19,7 +19,7 @@ class CurveEval {
   virtual double last() const = 0;
   virtual bool periodic() const { return false; }
   virtual void d1(double t, gp_Pnt& point, gp_Vec& derivative) const = 0;
-  gp_Pnt value(double t) const {
+  virtual gp_Pnt value(double t) const {
     gp_Pnt p;
     gp_Vec d;
     d1(t, p, d);

@@ -250,7 +250,13 @@ SupportSample BlendBoundSupport::evaluate(const gp_Pnt& point, Seed& seed) const
   sample.normal = gradient / norm;
   sample.distance = g / norm;
   sample.foot = point.Translated(sample.normal * -sample.distance);
+  sample.gradient = norm;
   return sample;
+}
+
+void BlendBoundSupport::update(const gp_Pnt& point, Seed& seed, SupportSample& sample) const {
+  sample.distance = value(point, seed) / sample.gradient;
+  sample.foot = point.Translated(sample.normal * -sample.distance);
 }
 
 }  // namespace meld::model::procedural
