@@ -547,6 +547,10 @@ BuiltBody BodyBuilder::build(long body) {
   // Nor do loops get turned round by the area they enclose on the surface: on
   // converted blend surfaces that estimate misjudges (nxcmp-Brake_Piston BODY 7).
   fix->FixFaceTool()->FixOrientationMode() = 0;
+  // Wires are not searched for crossing edges: the files' wires do not cross,
+  // and the fix would widen vertex tolerances past the file's where pcurves
+  // meet at a hair's angle. It was a third of healing's time.
+  fix->FixWireTool()->FixSelfIntersectionMode() = 0;
   fix->Perform();
   Handle(ShapeBuild_ReShape) context = fix->Context();
   Handle(ShapeBuild_ReShape) poles = new ShapeBuild_ReShape;
