@@ -98,7 +98,7 @@ TEST(IntersectionCurve, FitIsC1AndWithinTolerance) {
   const CurveFit fit = fitIntersection(curve, 1e-7, 1e-6);
   ASSERT_FALSE(fit.curve.IsNull());
   EXPECT_LE(fit.deviation, 1e-7);
-  EXPECT_LE(fit.offSupport, 1e-7);
+  EXPECT_LE(offSupports(*curve, *fit.curve), 1e-7);
   EXPECT_LE(deviationFrom(*curve, *fit.curve, 37), 1e-7);
   EXPECT_GE(fit.curve->Continuity(), GeomAbs_C1);
   EXPECT_DOUBLE_EQ(fit.curve->FirstParameter(), curve->first());

@@ -112,16 +112,22 @@ CurveFit fitOnce(const std::shared_ptr<const ChartCurve>& chart, double first, d
   CurveFit fit;
   if (!approx.HasResult()) return fit;
   fit.curve = approx.Curve();
-  for (double t : samplePieces(*chart, first, last, kVerifySamples)) {
-    const gp_Pnt p = fit.curve->Value(t);
-    fit.deviation = std::max(fit.deviation, p.Distance(chart->value(t)));
-    for (int k = 0; k < 2; ++k)
-      if (chart->definedBy(k, t)) fit.offSupport = std::max(fit.offSupport, std::abs(chart->distanceTo(k, p, t)));
-  }
+  for (double t : samplePieces(*chart, first, last, kVerifySamples))
+    fit.deviation = std::max(fit.deviation, fit.curve->Value(t).Distance(chart->value(t)));
   return fit;
 }
 
 }  // namespace
+
+double offSupports(const ChartCurve& chart, const Geom_Curve& curve) {
+  double worst = 0;
+  for (double t : samplePieces(chart, curve.FirstParameter(), curve.LastParameter(), kVerifySamples)) {
+    const gp_Pnt p = curve.Value(t);
+    for (int k = 0; k < 2; ++k)
+      if (chart.definedBy(k, t)) worst = std::max(worst, std::abs(chart.distanceTo(k, p, t)));
+  }
+  return worst;
+}
 
 double deviationFrom(const CurveEval& exact, const Geom_Curve& curve, int samplesPerSegment) {
   double worst = 0;

@@ -14,12 +14,16 @@ namespace meld::model::procedural {
 struct CurveFit {
   Handle(Geom_BSplineCurve) curve;
   double deviation = 0;  // largest distance found to the exact point at the same parameter
-  double offSupport = 0; // largest distance found from a sample to either support
 };
 
 // Approximates the whole chart as a C1 B-spline with the chart's parametrisation,
 // aiming at `tolerance` and accepting up to `accept`. Throws ProceduralError.
 CurveFit fitIntersection(const std::shared_ptr<const ChartCurve>& chart, double tolerance, double accept);
+
+// Largest distance of `curve` from either support where that support defines
+// `chart`, at the samples the fit was checked at (a measure for reports: the fit
+// is accepted on its deviation).
+double offSupports(const ChartCurve& chart, const Geom_Curve& curve);
 
 // Largest deviation of `curve` from `exact` over samplesPerSegment points on
 // each piece between consecutive breaks of `exact`.

@@ -34,8 +34,9 @@ double rowsOffSupports(const RollingBall& ball, const Geom_Surface& surface) {
 void convertOne(GeometryCache& cache, NodeReport& report) {
   Evaluators& eval = cache.proceduralEvaluators();
   if (report.type == kIntersection) {
-    const CurveFit fit = fitIntersection(eval.intersection(report.node), kTargetTolerance, kAcceptedTolerance);
-    report.deviation = fit.deviation, report.offSupport = fit.offSupport;
+    const auto chart = eval.intersection(report.node);
+    const CurveFit fit = fitIntersection(chart, kTargetTolerance, kAcceptedTolerance);
+    report.deviation = fit.deviation, report.offSupport = offSupports(*chart, *fit.curve);
     cache.keep(report.node, fit.curve);
   } else {
     const RollingBall ball = eval.rollingBall(report.node);
