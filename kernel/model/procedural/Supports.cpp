@@ -165,8 +165,9 @@ SupportSample SurfaceSupport::evaluate(const gp_Pnt& point, Seed& seed) const {
   }
   seed.a = u, seed.b = v;
   SupportSample out;
-  // The last step was below a femtometre: the derivatives where it started
-  // give the foot and normal to rounding, without evaluating the surface again.
+  // The last step was below 1e-14 m (1e-10 m on a crease, none when no step
+  // helped there): the derivatives where it started give the foot and normal
+  // to rounding, without evaluating the surface again.
   const gp_Vec cross = last.su.Crossed(last.sv);
   if (cross.Magnitude() > kClearNormal * last.su.Magnitude() * last.sv.Magnitude()) {
     out.foot = last.point.Translated(last.su * last.du + last.sv * last.dv);
