@@ -6,8 +6,11 @@
 #include <GeomConvert.hxx>
 #include <Geom_BSplineSurface.hxx>
 #include <Geom_RectangularTrimmedSurface.hxx>
+#include <Geom_SphericalSurface.hxx>
 #include <Geom_ToroidalSurface.hxx>
 #include <gp_Ax3.hxx>
+
+#include <cmath>
 
 #include "model/procedural/Supports.h"
 
@@ -54,4 +57,22 @@ TEST(SurfaceSupport, FeetOnARationalBSurfaceAreTheExactOnesFromNearFarOrNoSeed) 
   const SupportSample forward = support.evaluate(gp_Pnt(2.8, 0.5, 0.1), again);
   EXPECT_NEAR(sample.distance, -forward.distance, 1e-14);
   EXPECT_LT((sample.normal + forward.normal).Magnitude(), 1e-14);
+}
+
+TEST(SurfaceSupport, AStepThatOvershootsIsCutBackAndTheSearchGoesOnFromWhereItStands) {
+  // Points three radii from the centre of a sphere patch (as a rational
+  // B-surface), seeded more than a quarter turn round: the first Gauss-Newton
+  // steps overshoot and are halved until the distance falls.
+  const Handle(Geom_SphericalSurface) sphere = new Geom_SphericalSurface(gp_Ax3(), 1.0);
+  const SurfaceSupport support(asBSpline(sphere, 0, 5, -1.2, 1.2), 1);
+  for (double u : {0.5, 2.0, 4.5})
+    for (double v : {-0.8, 0.0, 0.9}) {
+      const gp_Pnt foot = sphere->Value(u, v);
+      const gp_Pnt point(foot.XYZ() * 3);
+      Seed seed{u < 2.5 ? u + 2.0 : u - 2.0, -v, 0, 0, true, false};
+      SCOPED_TRACE(testing::Message() << "u " << u << " v " << v);
+      const SupportSample sample = support.evaluate(point, seed);
+      EXPECT_LT(sample.foot.Distance(foot), 1e-11);
+      EXPECT_NEAR(std::abs(sample.distance), 2.0, 1e-11);  // the converted patch faces inwards
+    }
 }
