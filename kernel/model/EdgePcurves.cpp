@@ -33,9 +33,9 @@ namespace {
 
 constexpr int kMinSpans = 16;       // first samples along an edge, before refining
 constexpr int kMaxDepth = 24;       // halvings of one first span
-constexpr size_t kMaxFeet = 20000;
+constexpr size_t kMaxFeet = 20000;  // beyond this an edge is left to healing
 // How near a whole period a wire going round a surface must come (of the period).
-constexpr double kWindingSlack = 1e-9;  // beyond this an edge is left to healing
+constexpr double kWindingSlack = 1e-9;
 constexpr int kNewtonSteps = 30;
 // Points farther than this from their foot (or than the edge's tolerance) are
 // not followed: healing decides what such an edge means.

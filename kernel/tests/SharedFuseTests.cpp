@@ -15,6 +15,7 @@
 #include <BRep_Builder.hxx>
 #include <BRep_GCurve.hxx>
 #include <BRep_TEdge.hxx>
+#include <BRep_TVertex.hxx>
 #include <BRep_Tool.hxx>
 #include <Geom2d_Line.hxx>
 #include <Geom_CylindricalSurface.hxx>
@@ -418,6 +419,9 @@ InPlaceState inPlaceState(const TopoDS_Shape& shape) {
     const TopoDS_Vertex& v = TopoDS::Vertex(x.Current());
     gp_Pnt p = BRep_Tool::Pnt(v);
     state.values.insert(state.values.end(), {BRep_Tool::Tolerance(v), p.X(), p.Y(), p.Z()});
+    const auto& points = Handle(BRep_TVertex)::DownCast(v.TShape())->Points();
+    state.values.push_back(double(points.Size()));
+    for (const Handle(BRep_PointRepresentation)& rep : points) state.values.push_back(rep->Parameter());
   }
   for (TopExp_Explorer x(shape, TopAbs_EDGE); x.More(); x.Next()) {
     auto edge = Handle(BRep_TEdge)::DownCast(x.Current().TShape());
@@ -445,6 +449,15 @@ TEST(ShapeSnapshot, EachInPlaceChangeIsPutBack) {
   const std::vector<std::pair<const char*, Edit>> edits = {
       {"vertex tolerance", [&](auto& v, auto&, auto&) { b.UpdateVertex(v, 1e-3); }},
       {"vertex point", [&](auto& v, auto&, auto&) { b.UpdateVertex(v, gp_Pnt(5, 5, 5), 1e-7); }},
+      {"vertex parameter on an edge it does not bound",
+       [&](auto& v, auto&, auto& f) {
+         for (TopExp_Explorer x(f, TopAbs_EDGE); x.More(); x.Next()) {
+           const TopoDS_Edge& other = TopoDS::Edge(x.Current());
+           if (v.IsSame(TopExp::FirstVertex(other)) || v.IsSame(TopExp::LastVertex(other))) continue;
+           b.UpdateVertex(v, 0.5, other, 1e-7);
+           return;
+         }
+       }},
       {"edge tolerance", [&](auto&, auto& e, auto&) { b.UpdateEdge(e, 1e-3); }},
       {"edge range", [&](auto&, auto& e, auto&) { b.Range(e, 0.1, 0.9); }},
       {"same parameter", [&](auto&, auto& e, auto&) { b.SameParameter(e, false); }},

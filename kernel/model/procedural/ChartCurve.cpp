@@ -278,12 +278,10 @@ size_t ChartCurve::segmentOf(double t) const {
   return std::clamp<size_t>(after == 0 ? 0 : after - 1, 0, segments() - 1);
 }
 
-// The point at t (Newton on both supports and the plane across the chord);
-// `seed` and `sample` are left at it for the tangent. False at a chart point,
-// whose point and derivative are stored.
-bool ChartCurve::solve(double t, gp_Pnt& x, Seed seed[2], SupportSample sample[2]) const {
-  if (!std::isfinite(t)) refuse("intersection curve evaluated", t);
-  const size_t i = segmentOf(t);
+// The point at t in segment i (Newton on both supports and the plane across
+// the chord); `seed` and `sample` are left at it for the tangent. False at a
+// chart point, whose point and derivative are stored.
+bool ChartCurve::solve(double t, size_t i, gp_Pnt& x, Seed seed[2], SupportSample sample[2]) const {
   const Node &a = m_nodes[i], &b = m_nodes[i + 1];
   const double h = m_t[i + 1] - m_t[i], s = (t - m_t[i]) / h;
   if (s == 0 || s == 1) {
@@ -338,18 +336,20 @@ bool ChartCurve::solve(double t, gp_Pnt& x, Seed seed[2], SupportSample sample[2
 }
 
 gp_Pnt ChartCurve::value(double t) const {
+  if (!std::isfinite(t)) refuse("intersection curve evaluated", t);
   gp_Pnt x;
   Seed seed[2];
   SupportSample sample[2];
-  solve(t, x, seed, sample);
+  solve(t, segmentOf(t), x, seed, sample);
   return x;
 }
 
 void ChartCurve::d1(double t, gp_Pnt& point, gp_Vec& derivative) const {
+  if (!std::isfinite(t)) refuse("intersection curve evaluated", t);
   Seed seed[2];
   SupportSample sample[2];
   const size_t i = segmentOf(t);
-  if (!solve(t, point, seed, sample)) {
+  if (!solve(t, i, point, seed, sample)) {
     derivative = t == m_t[i] ? m_dStart[i] : m_dEnd[i];
     return;
   }

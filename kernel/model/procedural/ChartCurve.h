@@ -80,7 +80,7 @@ class ChartCurve : public CurveEval {
   void buildParameters(const ChartData& chart);
   void buildTerminatorPieces(const ChartData& chart);
   size_t segmentOf(double t) const;
-  bool solve(double t, gp_Pnt& x, Seed seed[2], SupportSample sample[2]) const;
+  bool solve(double t, size_t i, gp_Pnt& x, Seed seed[2], SupportSample sample[2]) const;
   gp_Vec tangentAt(size_t segment, const SupportSample& s0, const SupportSample& s1) const;
 
   std::shared_ptr<const Support> m_support[2];

@@ -135,21 +135,20 @@ void SurfaceSupport::initialiseSeed(const gp_Pnt& point, Seed& seed) const {
   seed.set = true;
 }
 
+// A projector of its own for every search: one kept per surface answers
+// differently for the same point depending on what it was asked before
+// (biox-Assembly, next to a pole of an offset's base), and searches are rare
+// enough (a chart's first point, failed local ones) that its grid costs nothing
+// measurable.
 void SurfaceSupport::projectGlobally(const gp_Pnt& point, Seed& seed) const {
-  if (!m_projector) {
-    double u1, u2, v1, v2;
-    m_surface->Bounds(u1, u2, v1, v2);
-    m_projector = std::make_unique<GeomAPI_ProjectPointOnSurf>();
-    m_projector->Init(m_surface, u1, u2, v1, v2);
-  }
-  m_projector->Perform(point);
-  if (!m_projector->IsDone() || m_projector->NbPoints() == 0) {
-    double u1, u2, v1, v2;
-    m_surface->Bounds(u1, u2, v1, v2);
+  double u1, u2, v1, v2;
+  m_surface->Bounds(u1, u2, v1, v2);
+  GeomAPI_ProjectPointOnSurf projector(point, m_surface, u1, u2, v1, v2);
+  if (!projector.IsDone() || projector.NbPoints() == 0) {
     auto mid = [](double lo, double hi) { return std::isfinite(lo) && std::isfinite(hi) && hi - lo < 1e6 ? (lo + hi) / 2 : 0.0; };
     seed.a = mid(u1, u2), seed.b = mid(v1, v2);
   } else {
-    m_projector->LowerDistanceParameters(seed.a, seed.b);
+    projector.LowerDistanceParameters(seed.a, seed.b);
   }
   seed.set = true;
 }

@@ -9,8 +9,6 @@
 #include <gp_Pnt.hxx>
 #include <gp_Vec.hxx>
 
-#include <GeomAPI_ProjectPointOnSurf.hxx>
-
 #include <memory>
 
 namespace meld::model::procedural {
@@ -68,8 +66,6 @@ class SurfaceSupport : public Support {
   void projectGlobally(const gp_Pnt& point, Seed& seed) const;
   Handle(Geom_Surface) m_surface;
   int m_sign;
-  // Global projection is set up (sampling grid of the surface) once per surface.
-  mutable std::unique_ptr<GeomAPI_ProjectPointOnSurf> m_projector;
 };
 
 // The tube swept by a ball of radius `radius` along `spine`: a rolling-ball
