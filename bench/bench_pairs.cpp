@@ -5,6 +5,9 @@
 //
 //   bench_pairs DIR [FILE-STEM...]   the XT part files of DIR (or those named)
 //
+// MELD_BENCH_PAIR=I,J unites only the solids I and J (0-based, in the order
+// the file gives them) of each file, to look into one pair.
+//
 // Per file: solids, pairs tried, pairs the kernel found apart (no clash),
 // pairs united, and of those the ones a whole-body check or the volume
 // check refuses, the failures by reason, and process CPU seconds.
@@ -12,6 +15,7 @@
 #include "BenchTiming.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 
@@ -41,7 +45,7 @@ struct Solid {
   bool valid;  // as read
 };
 
-void unitePair(const Solid& first, const Solid& second, Tally& tally) {
+void unitePair(const Solid& first, const Solid& second, const std::string& name, Tally& tally) {
   PK_BODY_t a = first.body, b = second.body;
   double va = first.volume, vb = second.volume;
   PK_PMARK_t pmark = makePmark();
@@ -56,7 +60,9 @@ void unitePair(const Solid& first, const Solid& second, Tally& tally) {
     ++tally.apart;
   } else if (result != PK_boolean_result_success_c) {
     ++tally.failed;
-    ++tally.reasons[code ? "error " + std::to_string(code) : lastReason()];
+    std::string reason = code ? "error " + std::to_string(code) : lastReason();
+    ++tally.reasons[reason];
+    std::printf("    %s failed: %s\n", name.c_str(), reason.c_str());
   } else if (results.n_bodies != 1) {
     ++tally.split;
   } else {
@@ -65,7 +71,7 @@ void unitePair(const Solid& first, const Solid& second, Tally& tally) {
     if (!wholeBodyValid(a)) ++(first.valid && second.valid ? tally.invalid : tally.invalidFromInput);
     if (v < std::max(va, vb) - slack || v > va + vb + slack) {
       ++tally.outOfRange;
-      std::printf("    volume out of range: %.9g + %.9g -> %.9g\n", va, vb, v);
+      std::printf("    %s volume out of range: %.9g + %.9g -> %.9g\n", name.c_str(), va, vb, v);
     }
   }
   if (!code) {
@@ -87,9 +93,16 @@ void partFile(const std::filesystem::path& file) {
       invalidInputs += !read.back().valid;
     }
     Tally tally;
+    std::size_t onlyI = 0, onlyJ = 0;
+    const char* only = std::getenv("MELD_BENCH_PAIR");
+    bool one = only && std::sscanf(only, "%zu,%zu", &onlyI, &onlyJ) == 2;
     double start = cpuSeconds();
     for (std::size_t i = 0; i < read.size(); ++i)
-      for (std::size_t j = i + 1; j < read.size(); ++j) unitePair(read[i], read[j], tally);
+      for (std::size_t j = i + 1; j < read.size(); ++j) {
+        if (one && (i != onlyI || j != onlyJ)) continue;
+        std::string name = "pair " + std::to_string(i) + "," + std::to_string(j);
+        unitePair(read[i], read[j], name, tally);
+      }
     tally.seconds = cpuSeconds() - start;
     std::printf("%s: solids %zu (invalid as read %d), pairs %d, apart %d, united %d (invalid %d, and %d with an "
                 "invalid input; volume out of range %d), fell apart %d, failed %d, %.2f s\n",

@@ -1,6 +1,7 @@
 #include "BodyBuilder.h"
 #include "EdgePcurves.h"
 #include "PoleClosure.h"
+#include "WoundFaces.h"
 
 #include <BRepBuilderAPI_MakeFace.hxx>
 #include <BRepLib.hxx>
@@ -554,9 +555,10 @@ BuiltBody BodyBuilder::build(long body) {
   fix->Perform();
   Handle(ShapeBuild_ReShape) context = fix->Context();
   Handle(ShapeBuild_ReShape) poles = new ShapeBuild_ReShape;
-  out.shape = closeDomesAtPoles(fix->Shape(), poles);
+  Handle(ShapeBuild_ReShape) wound = new ShapeBuild_ReShape;
+  out.shape = splitWoundFaces(closeDomesAtPoles(fix->Shape(), poles), wound, &m_woundFacesCut);
   for (auto& [node, piece] : m_topology)
-    out.topology.emplace(node, poles->Apply(context->Apply(turned->Apply(piece))));
+    out.topology.emplace(node, wound->Apply(poles->Apply(context->Apply(turned->Apply(piece)))));
   return out;
 }
 

@@ -1,4 +1,5 @@
 #include "EdgePcurves.h"
+#include "WoundFaces.h"
 
 #include <BRep_Builder.hxx>
 #include <Bnd_Box2d.hxx>
@@ -55,6 +56,26 @@ struct Foot {
 bool eligible(const Handle(Geom_Surface)& s) {
   if (s.IsNull() || s->IsKind(STANDARD_TYPE(Geom_ElementarySurface))) return false;
   return (!s->IsUClosed() || s->IsUPeriodic()) && (!s->IsVClosed() || s->IsVPeriodic());
+}
+
+// Healing projects a free-form edge onto an elementary surface through a few
+// points: on nxcmp-Brake_Piston's nut a helix on a cylinder came out 5e-6 m off
+// under a tolerance of 1e-7 (OCCT's checker samples where it happens to fit).
+// Only a face winding more than once round such a surface has such edges all
+// round it (see WoundFaces.h), so those faces are followed here too: the
+// faces of a periodic elementary surface with a free-form edge are walked, and
+// kept only when their wires span more than a period.
+bool mayWind(const Handle(Geom_Surface)& s, const TopoDS_Face& face) {
+  if (s.IsNull() || !s->IsKind(STANDARD_TYPE(Geom_ElementarySurface))) return false;
+  if (!s->IsUPeriodic() && !s->IsVPeriodic()) return false;
+  for (TopExp_Explorer x(face, TopAbs_EDGE); x.More(); x.Next()) {
+    TopLoc_Location where;
+    double first = 0, last = 0;
+    Handle(Geom_Curve) curve = BRep_Tool::Curve(TopoDS::Edge(x.Current()), where, first, last);
+    while (auto trimmed = Handle(Geom_TrimmedCurve)::DownCast(curve)) curve = trimmed->BasisCurve();
+    if (!curve.IsNull() && curve->IsKind(STANDARD_TYPE(Geom_BSplineCurve))) return true;
+  }
+  return false;
 }
 
 class Follower {
@@ -338,8 +359,9 @@ bool placeInOnePeriod(const Handle(Geom_Surface)& surface, std::vector<WireWalk>
 class FaceWalk {
  public:
   FaceWalk(const TopoDS_Face& face, const Handle(Geom_Surface)& surface,
-           std::unordered_map<const Geom_Surface*, Handle(ShapeAnalysis_Surface)>& global, FollowedPcurves& count)
-      : m_face(face), m_surface(surface), m_global(global), m_count(count) {}
+           std::unordered_map<const Geom_Surface*, Handle(ShapeAnalysis_Surface)>& global, FollowedPcurves& count,
+           bool onlyWound)
+      : m_face(face), m_surface(surface), m_global(global), m_count(count), m_onlyWound(onlyWound) {}
 
   // On the face as built (forward), a wire's edges come in the order they join.
   void run() {
@@ -349,7 +371,10 @@ class FaceWalk {
       wires.push_back(walk(w.Value()));
     }
     const bool periodic = m_surface->IsUPeriodic() || m_surface->IsVPeriodic();
-    if (periodic && (usesAnEdgeTwice() || !placeInOnePeriod(m_surface, wires))) {
+    if (m_onlyWound) {
+      bool complete = std::all_of(wires.begin(), wires.end(), [](const WireWalk& w) { return w.complete; });
+      if (!complete || usesAnEdgeTwice() || !wound(wires) || !placeInOnePeriod(m_surface, wires)) return;
+    } else if (periodic && (usesAnEdgeTwice() || !placeInOnePeriod(m_surface, wires))) {
       for (const WireWalk& wire : wires) m_count.left += static_cast<int>(wire.pieces.size());
       return;
     }
@@ -366,6 +391,17 @@ class FaceWalk {
     TopoDS_Vertex vertex;
     gp_Pnt2d uv;
   };
+
+  // Whether a wire's pcurves span more than a period of the surface.
+  bool wound(const std::vector<WireWalk>& wires) const {
+    for (const WireWalk& wire : wires) {
+      double box[4];
+      boxOf(wire).Get(box[0], box[1], box[2], box[3]);
+      if (m_surface->IsUPeriodic() && box[2] - box[0] > m_surface->UPeriod() * (1 + kWoundShare)) return true;
+      if (m_surface->IsVPeriodic() && box[3] - box[1] > m_surface->VPeriod() * (1 + kWoundShare)) return true;
+    }
+    return false;
+  }
 
   // An edge bounding the face twice is a seam: two pcurves, healing's work.
   bool usesAnEdgeTwice() const {
@@ -429,6 +465,7 @@ class FaceWalk {
   Handle(Geom_Surface) m_surface;
   std::unordered_map<const Geom_Surface*, Handle(ShapeAnalysis_Surface)>& m_global;
   FollowedPcurves& m_count;
+  bool m_onlyWound;  // an elementary surface: kept only when a wire winds (mayWind)
 };
 
 }  // namespace
@@ -440,9 +477,11 @@ FollowedPcurves followPcurves(const TopoDS_Shape& shape) {
     const TopoDS_Face& face = TopoDS::Face(x.Current());
     TopLoc_Location where;
     Handle(Geom_Surface) surface = BRep_Tool::Surface(face, where);
-    if (!eligible(surface) || !where.IsIdentity()) continue;
+    if (!where.IsIdentity()) continue;
+    const bool onlyWound = !eligible(surface);
+    if (onlyWound && !mayWind(surface, face)) continue;
     try {
-      FaceWalk(face, surface, global, count).run();
+      FaceWalk(face, surface, global, count, onlyWound).run();
     } catch (const Standard_Failure&) {
       // A surface OCCT cannot evaluate here: healing takes the face's edges.
     }

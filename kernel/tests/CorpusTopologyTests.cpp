@@ -195,5 +195,17 @@ TEST_F(CorpusTopology, PairsOcctGetsWrongAsGivenUniteInAReworkedForm) {
   }
 }
 
+// A washer through nxcmp-Brake_Piston's nut, whose crest face winds five and a
+// half times round its cylinder: OCCT's boolean gave an empty result until
+// receiving cut that face into half turns.
+TEST_F(CorpusTopology, AWasherThroughAThreadedNutUnites) {
+  MELD_REQUIRE_CORPUS(corpus);
+  std::vector<PK_BODY_t> bodies = uninstancedBodies(corpus, "nxcmp-Brake_Piston.x_t");
+  PK_BODY_t washer = bodyOfVolume(bodies, 1.44745834e-7), nut = bodyOfVolume(bodies, 4.06092664e-6);
+  ASSERT_NE(washer, PK_ENTITY_null);
+  ASSERT_NE(nut, PK_ENTITY_null);
+  uniteAndGoBack(nut, {washer});
+}
+
 }  // namespace
 }  // namespace kerneltest

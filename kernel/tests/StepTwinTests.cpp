@@ -5,6 +5,7 @@
 #include "PartFileSupport.h"
 
 #include "TestSupport.h"
+#include "model/WoundFaces.h"
 #include "ops/Bodies.h"
 #include "session/Session.h"
 
@@ -107,7 +108,11 @@ std::vector<SolidMeasure> stepSolids(const std::filesystem::path& file) {
   std::vector<SolidMeasure> solids;
   if (reader.ReadFile(file.string().c_str()) != IFSelect_RetDone) return solids;
   reader.TransferRoots();
-  for (TopExp_Explorer e(reader.OneShape(), TopAbs_SOLID); e.More(); e.Next()) solids.push_back(measureSolid(e.Current()));
+  // A twin's faces that wind round a surface many times are measured wrongly
+  // by OCCT as the file's would be: they are cut as receiving cuts the file's.
+  Handle(ShapeBuild_ReShape) context = new ShapeBuild_ReShape;
+  const TopoDS_Shape shape = meld::model::splitWoundFaces(reader.OneShape(), context);
+  for (TopExp_Explorer e(shape, TopAbs_SOLID); e.More(); e.Next()) solids.push_back(measureSolid(e.Current()));
   return solids;
 }
 

@@ -1,0 +1,95 @@
+// Faces winding more than once round a periodic surface are cut into pieces
+// within one turn (model/WoundFaces.h): a strip of cylinder between two
+// helices three turns long, as the crest of a thread; a whole turn with its
+// seam is left alone.
+#include <gtest/gtest.h>
+
+#include <BRepBuilderAPI_MakeEdge.hxx>
+#include <BRepBuilderAPI_MakeFace.hxx>
+#include <BRepBuilderAPI_MakeWire.hxx>
+#include <BRepCheck_Analyzer.hxx>
+#include <BRepGProp.hxx>
+#include <BRepLib.hxx>
+#include <BRepPrimAPI_MakeCylinder.hxx>
+#include <BRepTools.hxx>
+#include <GCE2d_MakeSegment.hxx>
+#include <GProp_GProps.hxx>
+#include <Geom_CylindricalSurface.hxx>
+#include <TopExp_Explorer.hxx>
+#include <TopoDS.hxx>
+#include <TopoDS_Face.hxx>
+
+#include <cmath>
+#include <vector>
+
+#include "model/WoundFaces.h"
+
+using namespace meld::model;
+
+namespace {
+
+constexpr double kRadius = 0.01;
+
+double area(const TopoDS_Shape& shape) {
+  GProp_GProps props;
+  BRepGProp::SurfaceProperties(shape, props, 1e-12);
+  return props.Mass();
+}
+
+// The strip between (0, 0) - (turns * 2 pi, rise) and the same line `width`
+// higher, on a cylinder of radius kRadius: its helices are free-form curves
+// as the edges of a thread are.
+TopoDS_Face strip(double turns, double rise, double width) {
+  Handle(Geom_CylindricalSurface) cylinder = new Geom_CylindricalSurface(gp_Ax3(), kRadius);
+  const double end = turns * 2 * M_PI;
+  const gp_Pnt2d corners[4] = {{0, 0}, {end, rise}, {end, rise + width}, {0, width}};
+  BRepBuilderAPI_MakeWire wire;
+  for (int i = 0; i < 4; ++i)
+    wire.Add(BRepBuilderAPI_MakeEdge(GCE2d_MakeSegment(corners[i], corners[(i + 1) % 4]).Value(), cylinder).Edge());
+  TopoDS_Face face = BRepBuilderAPI_MakeFace(cylinder, wire.Wire(), true).Face();
+  BRepLib::BuildCurves3d(face, 1e-9);
+  return face;
+}
+
+TEST(WoundFaces, AStripThreeTurnsLongIsCutIntoValidPiecesWithinHalfATurnOfTheSameArea) {
+  const double turns = 3, width = 0.005;
+  TopoDS_Face face = strip(turns, 0.03, width);
+  ASSERT_TRUE(BRepCheck_Analyzer(face).IsValid());
+  const double exact = kRadius * turns * 2 * M_PI * width;  // r du dv over the parallelogram
+
+  Handle(ShapeBuild_ReShape) context = new ShapeBuild_ReShape;
+  int cut = 0;
+  TopoDS_Shape pieces = splitWoundFaces(face, context, &cut);
+  EXPECT_EQ(cut, 1);
+  EXPECT_TRUE(BRepCheck_Analyzer(pieces).IsValid());
+  // Cut lines half a turn apart, clear of the corners: six lines, seven pieces.
+  int count = 0;
+  for (TopExp_Explorer x(pieces, TopAbs_FACE); x.More(); x.Next(), ++count) {
+    double u0, u1, v0, v1;
+    BRepTools::UVBounds(TopoDS::Face(x.Current()), u0, u1, v0, v1);
+    EXPECT_LE(u1 - u0, M_PI * (1 + 1e-9));
+    EXPECT_TRUE(BRepCheck_Analyzer(x.Current()).IsValid());
+  }
+  EXPECT_EQ(count, 7);
+  EXPECT_NEAR(area(pieces), exact, 1e-9 * exact);
+  // The face replaced by its pieces, its two helices by their parts.
+  EXPECT_EQ(context->Apply(face).ShapeType(), TopAbs_COMPOUND);
+  int split = 0;
+  for (TopExp_Explorer x(face, TopAbs_EDGE); x.More(); x.Next()) split += context->Apply(x.Current()).ShapeType() == TopAbs_WIRE;
+  EXPECT_EQ(split, 2);
+}
+
+TEST(WoundFaces, FacesWithinOneTurnAreLeftAlone) {
+  // A whole turn with its seam, and a strip just under a turn long.
+  TopoDS_Shape cylinder = BRepPrimAPI_MakeCylinder(kRadius, 0.02).Shape();
+  TopoDS_Face shortStrip = strip(0.99, 0.01, 0.002);
+  for (const TopoDS_Shape& shape : {cylinder, static_cast<TopoDS_Shape>(shortStrip)}) {
+    Handle(ShapeBuild_ReShape) context = new ShapeBuild_ReShape;
+    int cut = -1;
+    TopoDS_Shape result = splitWoundFaces(shape, context, &cut);
+    EXPECT_EQ(cut, 0);
+    EXPECT_TRUE(result.IsSame(shape));
+  }
+}
+
+}  // namespace
