@@ -556,7 +556,7 @@ BuiltBody BodyBuilder::build(long body) {
   Handle(ShapeBuild_ReShape) context = fix->Context();
   Handle(ShapeBuild_ReShape) poles = new ShapeBuild_ReShape;
   Handle(ShapeBuild_ReShape) wound = new ShapeBuild_ReShape;
-  out.shape = splitWoundFaces(closeDomesAtPoles(fix->Shape(), poles), wound, &m_woundFacesCut);
+  out.shape = splitWoundFaces(closeDomesAtPoles(fix->Shape(), poles), wound);
   for (auto& [node, piece] : m_topology)
     out.topology.emplace(node, wound->Apply(poles->Apply(context->Apply(turned->Apply(piece)))));
   return out;

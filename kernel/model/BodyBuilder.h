@@ -33,9 +33,6 @@ class BodyBuilder {
   BuiltBody build(long body);
   // What the last build found of its pcurves itself (the rest healing projects).
   const FollowedPcurves& followed() const { return m_followed; }
-  // How many faces winding more than once round their surface the last build
-  // cut into pieces within one turn (see WoundFaces.h).
-  int woundFacesCut() const { return m_woundFacesCut; }
 
  private:
   struct Edge {
@@ -62,7 +59,6 @@ class BodyBuilder {
   std::unordered_map<long, Edge> m_edges;
   std::unordered_map<long, TopoDS_Face> m_faces;
   std::unordered_map<long, TopoDS_Shape> m_topology;
-  int m_woundFacesCut = 0;
   FollowedPcurves m_followed;
 };
 

@@ -32,10 +32,6 @@ namespace meld::model {
 namespace {
 
 constexpr double kIsoTolerance = 1e-7;  // an iso-curve lies on its surface exactly
-// A face whose range exceeds the period by less than this share is a band
-// or a whole turn with its seam, not wound: pcurves followed round a turn end
-// a hair past it (posi-Part1's swept tube, written and read again).
-constexpr double kWoundSlack = kWoundShare;
 // Cut lines keep at least this share of their spacing away from every vertex,
 // so that each line crosses edges, never passes through their ends.
 constexpr double kClearOfVertices = 1e-4;
@@ -75,15 +71,15 @@ std::optional<Cut> windingOf(const TopoDS_Face& face, const Handle(Geom_Surface)
   roughBounds(face, u0, u1, v0, v1);
   Cut cut;
   double lo = 0, hi = 0;
-  if (surface->IsUPeriodic() && u1 - u0 > surface->UPeriod() * (1 + kWoundSlack)) {
+  if (surface->IsUPeriodic() && u1 - u0 > surface->UPeriod() * (1 + kWoundShare)) {
     cut.step = surface->UPeriod() / 2, lo = u0, hi = u1;
-  } else if (surface->IsVPeriodic() && v1 - v0 > surface->VPeriod() * (1 + kWoundSlack)) {
+  } else if (surface->IsVPeriodic() && v1 - v0 > surface->VPeriod() * (1 + kWoundShare)) {
     cut.alongU = false;
     cut.step = surface->VPeriod() / 2, lo = v0, hi = v1;
   } else {
     return std::nullopt;
   }
-  cut.first = lo;  // placed by clearOfVertices
+  cut.first = lo;  // until clearOfVertices places the lines
   cut.lines = static_cast<int>(std::ceil((hi - lo) / cut.step)) + 1;
   return cut;
 }
@@ -98,6 +94,9 @@ struct Use {
 std::vector<Use> usesOf(const TopoDS_Wire& wire, const TopoDS_Face& face) {
   std::vector<Use> uses;
   for (BRepTools_WireExplorer x(wire, face); x.More(); x.Next()) {
+    // A seam: the face closes on itself, a whole turn the rough box can
+    // make look longer.
+    if (BRep_Tool::IsClosed(x.Current(), face)) return {};
     Use use{x.Current(), nullptr, 0, 0};
     use.pcurve = BRep_Tool::CurveOnSurface(use.edge, face, use.first, use.last);
     if (use.pcurve.IsNull()) return {};
@@ -106,9 +105,10 @@ std::vector<Use> usesOf(const TopoDS_Wire& wire, const TopoDS_Face& face) {
   return uses;
 }
 
-// Places the cut lines clear of every vertex of the wire; false when no
-// placement tried is.
-bool clearOfVertices(Cut& cut, const std::vector<Use>& uses, double lo) {
+// Places the cut lines clear of every vertex of the wire, from the start of
+// the face's range; false when no placement tried is.
+bool clearOfVertices(Cut& cut, const std::vector<Use>& uses) {
+  const double lo = cut.first;
   for (double share : {0.5, 0.3, 0.7, 0.1, 0.9, 0.2, 0.8, 0.4, 0.6}) {
     double first = lo + share * cut.step;
     bool clear = true;
@@ -392,9 +392,7 @@ TopoDS_Shape splitWoundFaces(const TopoDS_Shape& shape, const Handle(ShapeBuild_
     TopoDS_Iterator wire(face);
     if (wire.Value().ShapeType() != TopAbs_WIRE) continue;
     std::vector<Use> uses = usesOf(TopoDS::Wire(wire.Value()), face);
-    double u0, u1, v0, v1;
-    roughBounds(face, u0, u1, v0, v1);
-    if (uses.empty() || !clearOfVertices(*winding, uses, winding->alongU ? u0 : v0)) continue;
+    if (uses.empty() || !clearOfVertices(*winding, uses)) continue;
     WoundFace wound(face, *winding);
     if (!wound.cut(uses) || !piecesValid(wound.pieces())) continue;
     TopoDS_Compound compound;

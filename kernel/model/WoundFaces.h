@@ -16,7 +16,9 @@
 namespace meld::model {
 
 // How far past a whole period a face's parameter range must reach to count
-// as winding round its surface (a share of the period).
+// as winding round its surface (a share of the period). Less is a band or a
+// whole turn: with 1e-6, and faces with a seam not passed over, posi-Part1
+// written and read again had a whole turn cut and its body spoilt.
 inline constexpr double kWoundShare = 1e-3;
 
 // The shape with its wound faces cut into pieces; replacements (a face by a

@@ -1,7 +1,7 @@
 // Faces winding more than once round a periodic surface are cut into pieces
 // within one turn (model/WoundFaces.h): a strip of cylinder between two
-// helices three turns long, as the crest of a thread; a whole turn with its
-// seam is left alone.
+// helices three turns long, as the crest of a thread, whose helices get
+// pcurves that lie on them; a whole turn with its seam is left alone.
 #include <gtest/gtest.h>
 
 #include <BRepBuilderAPI_MakeEdge.hxx>
@@ -12,6 +12,13 @@
 #include <BRepLib.hxx>
 #include <BRepPrimAPI_MakeCylinder.hxx>
 #include <BRepTools.hxx>
+#include <BRepTools_WireExplorer.hxx>
+#include <BRep_Builder.hxx>
+#include <BRep_Tool.hxx>
+#include <ShapeAnalysis_Edge.hxx>
+#include <TopExp.hxx>
+#include <TopoDS_Iterator.hxx>
+#include <TopoDS_Wire.hxx>
 #include <GCE2d_MakeSegment.hxx>
 #include <GProp_GProps.hxx>
 #include <Geom_CylindricalSurface.hxx>
@@ -22,6 +29,7 @@
 #include <cmath>
 #include <vector>
 
+#include "model/EdgePcurves.h"
 #include "model/WoundFaces.h"
 
 using namespace meld::model;
@@ -77,6 +85,38 @@ TEST(WoundFaces, AStripThreeTurnsLongIsCutIntoValidPiecesWithinHalfATurnOfTheSam
   int split = 0;
   for (TopExp_Explorer x(face, TopAbs_EDGE); x.More(); x.Next()) split += context->Apply(x.Current()).ShapeType() == TopAbs_WIRE;
   EXPECT_EQ(split, 2);
+}
+
+// The strip's edges by their 3D curves alone, as a file gives them: the face
+// on the cylinder, no pcurves.
+TopoDS_Face withoutPcurves(const TopoDS_Face& face) {
+  BRep_Builder builder;
+  TopoDS_Wire wire;
+  builder.MakeWire(wire);
+  for (BRepTools_WireExplorer x(TopoDS::Wire(TopoDS_Iterator(face).Value()), face); x.More(); x.Next()) {
+    double first = 0, last = 0;
+    Handle(Geom_Curve) curve = BRep_Tool::Curve(x.Current(), first, last);
+    TopoDS_Edge edge = BRepBuilderAPI_MakeEdge(curve, x.CurrentVertex(), TopExp::LastVertex(x.Current(), true), first, last);
+    builder.Add(wire, x.Current().Orientation() == TopAbs_REVERSED ? edge.Reversed() : edge);
+  }
+  TopoDS_Face bare;
+  builder.MakeFace(bare, BRep_Tool::Surface(face), 1e-7);
+  builder.Add(bare, wire);
+  return bare;
+}
+
+// Healing fits a free-form edge's pcurve on an elementary surface through a
+// few points (5e-6 m off on a real nut); on a wound face the edges are
+// followed instead and their pcurves lie on the curves.
+TEST(WoundFaces, TheHelicesOfAWoundFaceOnACylinderAreFollowed) {
+  TopoDS_Face bare = withoutPcurves(strip(3, 0.03, 0.005));
+  FollowedPcurves followed = followPcurves(bare);
+  EXPECT_EQ(followed.added, 4);
+  for (TopExp_Explorer x(bare, TopAbs_EDGE); x.More(); x.Next()) {
+    double deviation = 1;
+    ShapeAnalysis_Edge().CheckSameParameter(TopoDS::Edge(x.Current()), bare, deviation, 2000);
+    EXPECT_LT(deviation, 1e-8);
+  }
 }
 
 TEST(WoundFaces, FacesWithinOneTurnAreLeftAlone) {
