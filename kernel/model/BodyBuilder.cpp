@@ -1,6 +1,7 @@
 #include "BodyBuilder.h"
 #include "EdgePcurves.h"
 #include "PoleClosure.h"
+#include "TrimmedPeriodic.h"
 #include "WoundFaces.h"
 
 #include <BRepBuilderAPI_MakeFace.hxx>
@@ -554,11 +555,13 @@ BuiltBody BodyBuilder::build(long body) {
   fix->FixWireTool()->FixSelfIntersectionMode() = 0;
   fix->Perform();
   Handle(ShapeBuild_ReShape) context = fix->Context();
+  Handle(ShapeBuild_ReShape) untrimmed = new ShapeBuild_ReShape;
   Handle(ShapeBuild_ReShape) poles = new ShapeBuild_ReShape;
   Handle(ShapeBuild_ReShape) wound = new ShapeBuild_ReShape;
-  out.shape = splitWoundFaces(closeDomesAtPoles(fix->Shape(), poles), wound);
+  out.shape = splitWoundFaces(closeDomesAtPoles(untrimPeriodicFaces(fix->Shape(), untrimmed), poles), wound);
   for (auto& [node, piece] : m_topology)
-    out.topology.emplace(node, wound->Apply(poles->Apply(context->Apply(turned->Apply(piece)))));
+    out.topology.emplace(node,
+                         wound->Apply(poles->Apply(untrimmed->Apply(context->Apply(turned->Apply(piece))))));
   return out;
 }
 

@@ -21,7 +21,6 @@
 #include <Bnd_Box.hxx>
 #include <ShapeBuild_ReShape.hxx>
 #include <ShapeFix_Shape.hxx>
-#include <ShapeUpgrade_ShapeDivideClosed.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopTools_ListOfShape.hxx>
 #include <TopoDS_Compound.hxx>
@@ -148,14 +147,11 @@ Operands asGiven(const Request& r) { return Operands{inputShapes(r), false, {}};
 // is tried again in forms that change nothing of the solids' shape, because
 // its faults on real parts come from the form of the arguments, not their
 // geometry: which solid is the argument (biox-Assembly: a result not closed
-// one way round, right the other), closed faces whose seam the face builder
-// fails to close again after splitting (jack-3D Scissor Jack: cones and
-// cylinders made into faces with an open wire), and edges with
-// small or faulty tolerances (nxcmp-Brake_Piston: an empty result until
+// one way round, right the other) and edges with small or faulty tolerances (nxcmp-Brake_Piston: an empty result until
 // ShapeFix has worked on them). The reworked forms are copies: the inputs
 // and so a roll-back are never touched, and the copies' history is kept so
 // that tags and attributes still follow from the inputs' sub-shapes.
-enum class Rescue { swapped, closedFacesSplit, shapeFixed };
+enum class Rescue { swapped, shapeFixed };
 
 // Copies of the inputs reworked by `rework` (copy -> reworked shape, whose
 // changes its context records).
@@ -177,14 +173,6 @@ Operands reworkedCopies(const Request& r, Rework rework) {
 Operands rescued(const Request& r, Rescue rescue) {
   switch (rescue) {
     case Rescue::swapped: return Operands{inputShapes(r), true, {}};
-    case Rescue::closedFacesSplit:
-      return reworkedCopies(r, [](const TopoDS_Shape& copy, Handle(ShapeBuild_ReShape)& context) {
-        ShapeUpgrade_ShapeDivideClosed split(copy);
-        split.SetNbSplitPoints(1);
-        split.Perform();
-        context = split.GetContext();
-        return split.Result();
-      });
     default:
       return reworkedCopies(r, [](const TopoDS_Shape& copy, Handle(ShapeBuild_ReShape)& context) {
         ShapeFix_Shape fix(copy);
@@ -420,7 +408,9 @@ PK_boolean_result_t run(const Request& r, std::vector<PK_BODY_t>& bodies, PK_TOP
   // loose sub-shapes is not: on the corpus the fuzzy run mended none, and on
   // nxcmp-Brake_Piston those runs were 8 of its 30 s pass by pass.
   Outcome out;
-  for (double fuzzy : {0.0, r.fuzzy}) {
+  std::vector<double> tries{0.0};
+  if (r.fuzzy > 0) tries.push_back(r.fuzzy);
+  for (double fuzzy : tries) {
     if (fuzzy > 0 && r.function == PK_boolean_unite_c && out.code == PK_boolean_result_failed_c && !out.formFault)
       break;
     Outcome attempt = attempted(r, fuzzy, [&] { return asGiven(r); });
@@ -429,13 +419,13 @@ PK_boolean_result_t run(const Request& r, std::vector<PK_BODY_t>& bodies, PK_TOP
     if (out.code != PK_boolean_result_failed_c && out.code != PK_boolean_result_no_clash_c) break;
   }
   // Rescues, exact only (as the inputs' own tolerances allow): they cost a
-  // failed union up to three more booleans, and none was found to need the
+  // failed union up to two more booleans, and none was found to need the
   // fuzzy value. When none succeeds, the plain attempts' reason is reported.
   // Only for faults of form: on nxcmp-Brake_Piston the three unions that
   // come back with loose sub-shapes took 64.6 s instead of 21 s with
   // rescues that mended none of them.
   if (out.code == PK_boolean_result_failed_c && r.function == PK_boolean_unite_c && out.formFault)
-    for (Rescue rescue : {Rescue::swapped, Rescue::closedFacesSplit, Rescue::shapeFixed}) {
+    for (Rescue rescue : {Rescue::swapped, Rescue::shapeFixed}) {
       Outcome attempt = attempted(r, 0.0, [&] { return rescued(r, rescue); });
       if (attempt.code != PK_boolean_result_success_c) continue;
       out = std::move(attempt);

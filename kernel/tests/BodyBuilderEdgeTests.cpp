@@ -27,12 +27,15 @@
 #include <cmath>
 #include <map>
 
+#include "ShapeMeasures.h"
 #include "Codec.h"
 #include "TestSupport.h"
 #include "model/BodyBuilder.h"
 #include "model/BodyWriter.h"
 
 using namespace meld::model;
+
+using kerneltest::shapeArea;
 
 namespace {
 
@@ -68,12 +71,6 @@ Built buildAll(const meld::xt::Graph& graph, const std::vector<std::string>& onl
   return out;
 }
 
-double areaOf(const TopoDS_Shape& shape) {
-  GProp_GProps props;
-  BRepGProp::SurfaceProperties(shape, props);
-  return props.Mass();
-}
-
 }  // namespace
 
 TEST(BodyBuilderEdges, AnEdgeThroughTheClosingPointOfAClosedCurveTakesThatPiece) {
@@ -95,7 +92,7 @@ TEST(BodyBuilderEdges, AnEdgeThroughTheClosingPointOfAClosedCurveTakesThatPiece)
   BRepBuilderAPI_MakeEdge across(periodic, inside.Vertex2(), inside.Vertex1(), t2, t1 + span);
   ASSERT_TRUE(inside.IsDone() && across.IsDone());
   const TopoDS_Face disc = BRepBuilderAPI_MakeFace(BRepBuilderAPI_MakeWire(inside.Edge(), across.Edge()).Wire(), true);
-  const double area = areaOf(disc);
+  const double area = shapeArea(disc);
   ASSERT_NEAR(area, M_PI, 1e-2);
 
   GraphSink sink;
@@ -104,7 +101,7 @@ TEST(BodyBuilderEdges, AnEdgeThroughTheClosingPointOfAClosedCurveTakesThatPiece)
   const Built back = buildAll(meld::xt::decode(meld::xt::encode(sink.build(written.body))));
   ASSERT_EQ(back.bodies, 1);
   EXPECT_EQ(back.valid, 1);
-  EXPECT_NEAR(areaOf(back.shapes.begin()->second), area, 1e-9);
+  EXPECT_NEAR(shapeArea(back.shapes.begin()->second), area, 1e-9);
 }
 
 TEST(BodyBuilderEdges, RealRingBlendAndHoledBlendFacesAreValid) {

@@ -32,12 +32,15 @@
 
 #include <cmath>
 
+#include "ShapeMeasures.h"
 #include "Codec.h"
 #include "TestSupport.h"
 #include "model/BodyBuilder.h"
 #include "model/EdgePcurves.h"
 
 using namespace meld::model;
+
+using kerneltest::shapeArea;
 
 namespace {
 
@@ -107,12 +110,6 @@ double offNearestFoot(const TopoDS_Edge& edge, const TopoDS_Face& face) {
     worst = std::max(worst, surface->Value(uv.X(), uv.Y()).Distance(p) - nearestOn(surface, p).Distance(p));
   }
   return worst;
-}
-
-double areaOf(const TopoDS_Shape& shape) {
-  GProp_GProps props;
-  BRepGProp::SurfaceProperties(shape, props, 1e-10);
-  return props.Mass();
 }
 
 }  // namespace
@@ -217,7 +214,7 @@ TEST(EdgePcurves, OnAPeriodicSurfaceHolesGoInTheOuterWiresPeriodAndBandsOfRingsA
     EXPECT_LT(std::max(pcurve->Value(f).X(), pcurve->Value(l).X()), 6.5 + 1e-9);
   }
   EXPECT_TRUE(BRepCheck_Analyzer(holed).IsValid());
-  EXPECT_NEAR(areaOf(holed), 0.02 * (1.0 * 0.01 - 0.4 * 0.004), 1e-12);
+  EXPECT_NEAR(shapeArea(holed, 1e-10), 0.02 * (1.0 * 0.01 - 0.4 * 0.004), 1e-12);
 
   // Round the surface: a band closed by its seam (an edge used twice) is
   // healing's; a band of two rings, as files store it, gets both rings
@@ -238,7 +235,7 @@ TEST(EdgePcurves, OnAPeriodicSurfaceHolesGoInTheOuterWiresPeriodAndBandsOfRingsA
   Handle(ShapeFix_Face) fix = new ShapeFix_Face(rings);
   fix->Perform();
   EXPECT_TRUE(BRepCheck_Analyzer(fix->Face()).IsValid());
-  EXPECT_NEAR(areaOf(fix->Face()), 2 * M_PI * 0.02 * 0.01, 1e-12);
+  EXPECT_NEAR(shapeArea(fix->Face(), 1e-10), 2 * M_PI * 0.02 * 0.01, 1e-12);
 }
 
 TEST(EdgePcurves, RealFreeFormFacesGetPcurvesOnTheNearestFoot) {

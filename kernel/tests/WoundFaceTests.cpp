@@ -29,20 +29,17 @@
 #include <cmath>
 #include <vector>
 
+#include "ShapeMeasures.h"
 #include "model/EdgePcurves.h"
 #include "model/WoundFaces.h"
 
 using namespace meld::model;
 
+using kerneltest::shapeArea;
+
 namespace {
 
 constexpr double kRadius = 0.01;
-
-double area(const TopoDS_Shape& shape) {
-  GProp_GProps props;
-  BRepGProp::SurfaceProperties(shape, props, 1e-12);
-  return props.Mass();
-}
 
 // The strip between (0, 0) - (turns * 2 pi, rise) and the same line `width`
 // higher, on a cylinder of radius kRadius: its helices are free-form curves
@@ -79,7 +76,7 @@ TEST(WoundFaces, AStripThreeTurnsLongIsCutIntoValidPiecesWithinHalfATurnOfTheSam
     EXPECT_TRUE(BRepCheck_Analyzer(x.Current()).IsValid());
   }
   EXPECT_EQ(count, 7);
-  EXPECT_NEAR(area(pieces), exact, 1e-9 * exact);
+  EXPECT_NEAR(shapeArea(pieces, 1e-12), exact, 1e-9 * exact);
   // The face replaced by its pieces, its two helices by their parts.
   EXPECT_EQ(context->Apply(face).ShapeType(), TopAbs_COMPOUND);
   int split = 0;
