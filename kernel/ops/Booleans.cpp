@@ -147,8 +147,11 @@ Operands asGiven(const Request& r) { return Operands{inputShapes(r), false, {}};
 // is tried again in forms that change nothing of the solids' shape, because
 // its faults on real parts come from the form of the arguments, not their
 // geometry: which solid is the argument (biox-Assembly: a result not closed
-// one way round, right the other) and edges with small or faulty tolerances (nxcmp-Brake_Piston: an empty result until
-// ShapeFix has worked on them). The reworked forms are copies: the inputs
+// one way round, right the other) and edges with small or faulty tolerances
+// (nxcmp-Brake_Piston: an empty result until ShapeFix has worked on them).
+// Closed faces split in two were a third form until received faces went back
+// on their periodic surfaces with the seam at u = 0; after that it mended no
+// pair of the corpus. The reworked forms are copies: the inputs
 // and so a roll-back are never touched, and the copies' history is kept so
 // that tags and attributes still follow from the inputs' sub-shapes.
 enum class Rescue { swapped, shapeFixed };
@@ -171,16 +174,13 @@ Operands reworkedCopies(const Request& r, Rework rework) {
 }
 
 Operands rescued(const Request& r, Rescue rescue) {
-  switch (rescue) {
-    case Rescue::swapped: return Operands{inputShapes(r), true, {}};
-    default:
-      return reworkedCopies(r, [](const TopoDS_Shape& copy, Handle(ShapeBuild_ReShape)& context) {
-        ShapeFix_Shape fix(copy);
-        fix.Perform();
-        context = fix.Context();
-        return fix.Shape();
-      });
-  }
+  if (rescue == Rescue::swapped) return Operands{inputShapes(r), true, {}};
+  return reworkedCopies(r, [](const TopoDS_Shape& copy, Handle(ShapeBuild_ReShape)& context) {
+    ShapeFix_Shape fix(copy);
+    fix.Perform();
+    context = fix.Context();
+    return fix.Shape();
+  });
 }
 
 std::vector<const BodyTopology*> inputTopologies(const Request& r) {

@@ -1,8 +1,9 @@
 // Faces that healing put on a trimmed copy of a periodic surface go back on
 // the periodic surface (model/TrimmedPeriodic.h): a band of cone closed by
-// healing with its seam where its loops start, in frames of either hand,
-// comes back with its seam at u = 0; two faces that share one trimmed
-// surface and edges both keep their pcurves.
+// healing with its seam away from u = 0, in frames of either hand,
+// comes back with its seam at u = 0; faces not on a trimmed surface are left
+// alone; two faces that share one trimmed surface and edges both keep their
+// pcurves.
 #include <gtest/gtest.h>
 
 #include <BRepAdaptor_Curve.hxx>
@@ -10,12 +11,11 @@
 #include <BRepBuilderAPI_MakeFace.hxx>
 #include <BRepBuilderAPI_MakeWire.hxx>
 #include <BRepCheck_Analyzer.hxx>
-#include <BRepGProp.hxx>
 #include <BRepLib.hxx>
+#include <BRepPrimAPI_MakeCylinder.hxx>
 #include <BRepTools.hxx>
 #include <BRep_Builder.hxx>
 #include <BRep_Tool.hxx>
-#include <GProp_GProps.hxx>
 #include <Geom2d_Line.hxx>
 #include <Geom_ConicalSurface.hxx>
 #include <Geom_CylindricalSurface.hxx>
@@ -101,6 +101,17 @@ TEST(TrimmedPeriodic, AHealedClosedFaceGoesBackOnItsSurfaceWithItsSeamAtZero) {
     EXPECT_LT(pcurveDeviation(face), 1e-9);
     EXPECT_NEAR(shapeArea(face, 1e-12), before, 1e-9 * before);
   }
+}
+
+// Faces already on a periodic surface, or on planes, are not touched: a
+// solid cylinder as OCCT builds it comes back as the same shape.
+TEST(TrimmedPeriodic, FacesNotOnATrimmedSurfaceAreLeftAlone) {
+  const TopoDS_Shape cylinder = BRepPrimAPI_MakeCylinder(gp_Ax2(gp_Pnt(0, 0, 0), gp_Dir(0, 1, 1)), 0.01, 0.02).Shape();
+  Handle(ShapeBuild_ReShape) context = new ShapeBuild_ReShape;
+  int moved = -1;
+  const TopoDS_Shape out = untrimPeriodicFaces(cylinder, context, &moved);
+  EXPECT_EQ(moved, 0);
+  EXPECT_TRUE(out.IsEqual(cylinder));
 }
 
 // Two halves of a band of cylinder on one trimmed surface, built as healing

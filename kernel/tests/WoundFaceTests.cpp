@@ -8,7 +8,6 @@
 #include <BRepBuilderAPI_MakeFace.hxx>
 #include <BRepBuilderAPI_MakeWire.hxx>
 #include <BRepCheck_Analyzer.hxx>
-#include <BRepGProp.hxx>
 #include <BRepLib.hxx>
 #include <BRepPrimAPI_MakeCylinder.hxx>
 #include <BRepTools.hxx>
@@ -20,7 +19,6 @@
 #include <TopoDS_Iterator.hxx>
 #include <TopoDS_Wire.hxx>
 #include <GCE2d_MakeSegment.hxx>
-#include <GProp_GProps.hxx>
 #include <Geom_CylindricalSurface.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopoDS.hxx>
