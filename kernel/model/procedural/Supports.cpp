@@ -45,7 +45,26 @@ gp_Vec sensedNormal(const Handle(Geom_Surface)& surface, double u, double v, int
 
 }  // namespace
 
-SurfaceSupport::SurfaceSupport(Handle(Geom_Surface) surface, int sign) : m_surface(std::move(surface)), m_sign(sign) {}
+SurfaceSupport::SurfaceSupport(Handle(Geom_Surface) surface, int sign)
+    : m_surface(std::move(surface)),
+      m_adaptor(m_surface),
+      m_cached(m_adaptor.GetType() == GeomAbs_BSplineSurface || m_adaptor.GetType() == GeomAbs_BezierSurface),
+      m_sign(sign) {}
+
+void SurfaceSupport::d0(double u, double v, gp_Pnt& p) const {
+  if (m_cached) m_adaptor.D0(u, v, p);
+  else m_surface->D0(u, v, p);
+}
+
+void SurfaceSupport::d1(double u, double v, gp_Pnt& p, gp_Vec& su, gp_Vec& sv) const {
+  if (m_cached) m_adaptor.D1(u, v, p, su, sv);
+  else m_surface->D1(u, v, p, su, sv);
+}
+
+void SurfaceSupport::d2(double u, double v, gp_Pnt& p, gp_Vec& su, gp_Vec& sv, gp_Vec& suu, gp_Vec& svv, gp_Vec& suv) const {
+  if (m_cached) m_adaptor.D2(u, v, p, su, sv, suu, svv, suv);
+  else m_surface->D2(u, v, p, su, sv, suu, svv, suv);
+}
 
 // Newton on the foot conditions (S - X).Su = (S - X).Sv = 0 with the full
 // Hessian, Gauss-Newton where the Hessian is not positive, and every step cut
@@ -54,7 +73,11 @@ SurfaceSupport::SurfaceSupport(Handle(Geom_Surface) surface, int sign) : m_surfa
 // is not the foot). A step's end is evaluated with its derivatives, which the
 // next step starts from when the step stands.
 bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v, FootStep& last) const {
-  auto squared = [&](double uu, double vv) { return m_surface->Value(uu, vv).SquareDistance(point); };
+  auto squared = [&](double uu, double vv) {
+    gp_Pnt p;
+    d0(uu, vv, p);
+    return p.SquareDistance(point);
+  };
   bool stalled = false, evaluated = false;
   gp_Pnt s;
   gp_Vec su, sv, suu, svv, suv;
@@ -63,8 +86,8 @@ bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v, FootS
     // about) converge fast without second derivatives, which cost most on
     // offsets of B-surfaces; full Newton only if that stalls.
     const bool secondOrder = step >= kGaussNewtonSteps || stalled;
-    if (secondOrder) m_surface->D2(u, v, s, su, sv, suu, svv, suv);
-    else if (!evaluated) m_surface->D1(u, v, s, su, sv);
+    if (secondOrder) d2(u, v, s, su, sv, suu, svv, suv);
+    else if (!evaluated) d1(u, v, s, su, sv);
     evaluated = false;
     last = FootStep{s, su, sv, 0, 0};
     const gp_Vec r(point, s);
@@ -97,7 +120,7 @@ bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v, FootS
     const double limit = r.SquareMagnitude() * (1 + 1e-12) + 1e-30;
     gp_Pnt ahead;
     gp_Vec aheadU, aheadV;
-    m_surface->D1(u + du, v + dv, ahead, aheadU, aheadV);
+    d1(u + du, v + dv, ahead, aheadU, aheadV);
     int cut = 0;
     if (ahead.SquareDistance(point) > limit)
       for (cut = 1; cut < 40; ++cut) {
@@ -123,13 +146,12 @@ bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v, FootS
 // Elementary surfaces give the parameters of a point's foot in closed form (the
 // cone's and torus's near enough for Newton); the others need a global search.
 void SurfaceSupport::initialiseSeed(const gp_Pnt& point, Seed& seed) const {
-  const GeomAdaptor_Surface adaptor(m_surface);
-  switch (adaptor.GetType()) {
-    case GeomAbs_Plane: ElSLib::Parameters(adaptor.Plane(), point, seed.a, seed.b); break;
-    case GeomAbs_Cylinder: ElSLib::Parameters(adaptor.Cylinder(), point, seed.a, seed.b); break;
-    case GeomAbs_Cone: ElSLib::Parameters(adaptor.Cone(), point, seed.a, seed.b); break;
-    case GeomAbs_Sphere: ElSLib::Parameters(adaptor.Sphere(), point, seed.a, seed.b); break;
-    case GeomAbs_Torus: ElSLib::Parameters(adaptor.Torus(), point, seed.a, seed.b); break;
+  switch (m_adaptor.GetType()) {
+    case GeomAbs_Plane: ElSLib::Parameters(m_adaptor.Plane(), point, seed.a, seed.b); break;
+    case GeomAbs_Cylinder: ElSLib::Parameters(m_adaptor.Cylinder(), point, seed.a, seed.b); break;
+    case GeomAbs_Cone: ElSLib::Parameters(m_adaptor.Cone(), point, seed.a, seed.b); break;
+    case GeomAbs_Sphere: ElSLib::Parameters(m_adaptor.Sphere(), point, seed.a, seed.b); break;
+    case GeomAbs_Torus: ElSLib::Parameters(m_adaptor.Torus(), point, seed.a, seed.b); break;
     default: projectGlobally(point, seed); return;
   }
   seed.set = true;
@@ -172,7 +194,7 @@ SupportSample SurfaceSupport::evaluate(const gp_Pnt& point, Seed& seed) const {
     out.foot = last.point.Translated(last.su * last.du + last.sv * last.dv);
     out.normal = cross.Normalized() * m_sign;
   } else {
-    out.foot = m_surface->Value(u, v);
+    d0(u, v, out.foot);
     out.normal = sensedNormal(m_surface, u, v, m_sign, point);
   }
   out.distance = gp_Vec(out.foot, point).Dot(out.normal);

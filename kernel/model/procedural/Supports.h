@@ -5,6 +5,7 @@
 // surface, a rolling-ball tube and a blend bound stand in the same place.
 #pragma once
 
+#include <GeomAdaptor_Surface.hxx>
 #include <Geom_Surface.hxx>
 #include <gp_Pnt.hxx>
 #include <gp_Vec.hxx>
@@ -65,6 +66,16 @@ class SurfaceSupport : public Support {
   // A search over the whole surface: the seed when the quick one fails.
   void projectGlobally(const gp_Pnt& point, Seed& seed) const;
   Handle(Geom_Surface) m_surface;
+  // Newton's evaluations of a B-spline or Bezier surface go through the
+  // adaptor: it keeps the polynomial form of the patch it last evaluated, which
+  // the steps of one search and the searches of neighbouring points mostly stay
+  // on. Other surfaces are evaluated as they are: the adaptor's own offset
+  // evaluator finds other feet next to a pole of the base (biox-Assembly).
+  void d0(double u, double v, gp_Pnt& p) const;
+  void d1(double u, double v, gp_Pnt& p, gp_Vec& su, gp_Vec& sv) const;
+  void d2(double u, double v, gp_Pnt& p, gp_Vec& su, gp_Vec& sv, gp_Vec& suu, gp_Vec& svv, gp_Vec& suv) const;
+  mutable GeomAdaptor_Surface m_adaptor;
+  bool m_cached;
   int m_sign;
 };
 
