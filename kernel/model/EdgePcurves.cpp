@@ -1,4 +1,6 @@
 #include "EdgePcurves.h"
+#include "CachedEvaluation.h"
+#include "SurfaceGrid.h"
 #include "WoundFaces.h"
 
 #include <BRep_Builder.hxx>
@@ -25,6 +27,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <optional>
 #include <unordered_map>
 #include <vector>
@@ -81,11 +84,11 @@ bool mayWind(const Handle(Geom_Surface)& s, const TopoDS_Face& face) {
 class Follower {
  public:
   Follower(const Handle(Geom_Surface)& surface, const Handle(Geom_Curve)& curve, double maxOff)
-      : m_s(surface), m_c(curve), m_maxOff(maxOff) {
+      : m_eval(surface), m_c(curve), m_maxOff(maxOff) {
     double u1 = 0, u2 = 0, v1 = 0, v2 = 0;
-    m_s->Bounds(u1, u2, v1, v2);
-    m_u = Range{u1, u2, !m_s->IsUPeriodic()};
-    m_v = Range{v1, v2, !m_s->IsVPeriodic()};
+    surface->Bounds(u1, u2, v1, v2);
+    m_u = Range{u1, u2, !surface->IsUPeriodic()};
+    m_v = Range{v1, v2, !surface->IsVPeriodic()};
   }
 
   // The foot of the curve point at t by Newton on the squared distance, from
@@ -96,10 +99,10 @@ class Follower {
   bool foot(double t, const gp_Pnt2d& guess, Foot& out) const {
     gp_Pnt target, p;
     gp_Vec dc, su, sv, suu, svv, suv;
-    m_c->D1(t, target, dc);
+    m_c.d1(t, target, dc);
     double u = guess.X(), v = guess.Y();
     for (int step = 0; step < kNewtonSteps; ++step) {
-      m_s->D2(u, v, p, su, sv, suu, svv, suv);
+      m_eval.d2(u, v, p, su, sv, suu, svv, suv);
       const gp_Vec r(target, p);
       const double a = su.Dot(su) + r.Dot(suu), b = su.Dot(sv) + r.Dot(suv), c = sv.Dot(sv) + r.Dot(svv);
       const double det = a * c - b * b;
@@ -121,7 +124,7 @@ class Follower {
     return onBorder(t, target, dc, u, v, out);
   }
 
-  gp_Pnt onSurface(const gp_Pnt2d& uv) const { return m_s->Value(uv.X(), uv.Y()); }
+  gp_Pnt onSurface(const gp_Pnt2d& uv) const { return m_eval.value(uv.X(), uv.Y()); }
 
  private:
   // When the free search ends past a bounded range (the curve runs beyond the
@@ -137,7 +140,7 @@ class Follower {
     double speed = 0;  // d(free parameter)/dt
     for (int step = 0; !(holdU && holdV); ++step) {
       if (step == kNewtonSteps) return false;
-      m_s->D2(u, v, p, su, sv, suu, svv, suv);
+      m_eval.d2(u, v, p, su, sv, suu, svv, suv);
       const gp_Vec r(target, p), along = holdU ? sv : su, second = holdU ? svv : suu;
       const double curvature = along.Dot(along) + r.Dot(second);
       if (!(curvature > 1e-12 * along.SquareMagnitude())) return false;
@@ -150,7 +153,7 @@ class Follower {
     }
     if ((holdU && m_v.bounded && (v < m_v.lo || v > m_v.hi)) || (holdV && m_u.bounded && (u < m_u.lo || u > m_u.hi)))
       return false;  // past a corner: healing decides
-    const double gap = m_s->Value(u, v).Distance(target);
+    const double gap = m_eval.value(u, v).Distance(target);
     if (gap > m_maxOff) return false;
     out.t = t;
     out.uv.SetCoord(u, v);
@@ -174,8 +177,8 @@ class Follower {
       return std::abs(x - held) * speed > 1e-12 ? held : x;
     }
   };
-  Handle(Geom_Surface) m_s;
-  Handle(Geom_Curve) m_c;
+  CachedSurface m_eval;
+  CachedCurve m_c;
   double m_maxOff;
   Range m_u, m_v;
 };
@@ -354,12 +357,18 @@ bool placeInOnePeriod(const Handle(Geom_Surface)& surface, std::vector<WireWalk>
   return true;
 }
 
+// What a foot search without a start uses on one surface, built when first needed.
+struct GlobalSearch {
+  std::unique_ptr<SurfaceGrid> grid;
+  Handle(ShapeAnalysis_Surface) analysis;
+};
+
 // One face's wires, edge by edge in wire order: each edge starts from the foot
 // where the previous one ended when they share that vertex.
 class FaceWalk {
  public:
   FaceWalk(const TopoDS_Face& face, const Handle(Geom_Surface)& surface,
-           std::unordered_map<const Geom_Surface*, Handle(ShapeAnalysis_Surface)>& global, FollowedPcurves& count,
+           std::unordered_map<const Geom_Surface*, GlobalSearch>& global, FollowedPcurves& count,
            bool onlyWound)
       : m_face(face), m_surface(surface), m_global(global), m_count(count), m_onlyWound(onlyWound) {}
 
@@ -450,20 +459,26 @@ class FaceWalk {
     Handle(Geom_Curve) curve = BRep_Tool::Curve(edge, where, first, last);
     if (curve.IsNull() || !where.IsIdentity() || BRep_Tool::Degenerated(edge)) return nullptr;
     const Follower follower(m_surface, curve, std::max(BRep_Tool::Tolerance(edge), kMaxOffSurface));
-    if (!seed) seed = globalSeed(curve->Value(reversed ? last : first));
+    if (!seed) seed = globalSeed(follower, curve, reversed ? last : first);
     return followEdge(follower, curve, first, last, reversed, *seed);
   }
 
-  // One global search per surface set-up, shared by every face on it.
-  gp_Pnt2d globalSeed(const gp_Pnt& p) {
-    Handle(ShapeAnalysis_Surface)& analysis = m_global[m_surface.get()];
-    if (analysis.IsNull()) analysis = new ShapeAnalysis_Surface(m_surface);
-    return analysis->ValueOfUV(p, kMaxOffSurface);
+  // The foot of the curve's point at t with no neighbour to start from: from
+  // the nearest node of the surface's grid, else by OCCT's global search. Both
+  // are set up once per surface and shared by every face on it.
+  gp_Pnt2d globalSeed(const Follower& follower, const Handle(Geom_Curve)& curve, double t) {
+    GlobalSearch& search = m_global[m_surface.get()];
+    if (!search.grid) search.grid = std::make_unique<SurfaceGrid>(m_surface);
+    Foot foot;
+    const gp_Pnt p = curve->Value(t);
+    if (const auto node = search.grid->nearest(p); node && follower.foot(t, *node, foot)) return foot.uv;
+    if (search.analysis.IsNull()) search.analysis = new ShapeAnalysis_Surface(m_surface);
+    return search.analysis->ValueOfUV(p, kMaxOffSurface);
   }
 
   const TopoDS_Face& m_face;
   Handle(Geom_Surface) m_surface;
-  std::unordered_map<const Geom_Surface*, Handle(ShapeAnalysis_Surface)>& m_global;
+  std::unordered_map<const Geom_Surface*, GlobalSearch>& m_global;
   FollowedPcurves& m_count;
   bool m_onlyWound;  // an elementary surface: kept only when a wire winds (mayWind)
 };
@@ -472,7 +487,7 @@ class FaceWalk {
 
 FollowedPcurves followPcurves(const TopoDS_Shape& shape) {
   FollowedPcurves count;
-  std::unordered_map<const Geom_Surface*, Handle(ShapeAnalysis_Surface)> global;
+  std::unordered_map<const Geom_Surface*, GlobalSearch> global;
   for (TopExp_Explorer x(shape, TopAbs_FACE); x.More(); x.Next()) {
     const TopoDS_Face& face = TopoDS::Face(x.Current());
     TopLoc_Location where;

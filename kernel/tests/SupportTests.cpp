@@ -8,6 +8,9 @@
 #include <Geom_RectangularTrimmedSurface.hxx>
 #include <Geom_SphericalSurface.hxx>
 #include <Geom_ToroidalSurface.hxx>
+#include <TColStd_Array1OfInteger.hxx>
+#include <TColStd_Array1OfReal.hxx>
+#include <TColgp_Array2OfPnt.hxx>
 #include <gp_Ax3.hxx>
 
 #include <cmath>
@@ -75,4 +78,30 @@ TEST(SurfaceSupport, AStepThatOvershootsIsCutBackAndTheSearchGoesOnFromWhereItSt
       EXPECT_LT(sample.foot.Distance(foot), 1e-11);
       EXPECT_NEAR(std::abs(sample.distance), 2.0, 1e-11);  // the converted patch faces inwards
     }
+}
+
+TEST(SurfaceSupport, AFirstFootFromTheGridIsTheNearestOneOnAFoldedSheet) {
+  // A sheet folded back on itself, degree 1 across the fold: wall A along
+  // y = 0 in one span, wall B 1 mm above it in two, so that B's grid nodes lie
+  // between A's. Next to a point of A, B has the nearest node; the search from
+  // there ends on B, 1 mm off, which is a foot but not the nearest one.
+  TColgp_Array2OfPnt poles(1, 5, 1, 2);
+  const double xs[5] = {0, 0.1, 0.1, 0.05, 0}, ys[5] = {0, 0, 0.001, 0.001, 0.001};
+  for (int i = 1; i <= 5; ++i)
+    for (int j = 1; j <= 2; ++j) poles(i, j) = gp_Pnt(xs[i - 1], ys[i - 1], 0.01 * (j - 1));
+  TColStd_Array1OfReal uKnots(1, 5), vKnots(1, 2);
+  TColStd_Array1OfInteger uMults(1, 5), vMults(1, 2);
+  const double us[5] = {0, 1, 1.01, 1.51, 2.01};
+  for (int i = 1; i <= 5; ++i) uKnots(i) = us[i - 1], uMults(i) = i == 1 || i == 5 ? 2 : 1;
+  vKnots(1) = 0, vKnots(2) = 1, vMults(1) = vMults(2) = 2;
+  const SurfaceSupport support(new Geom_BSplineSurface(poles, uKnots, vKnots, uMults, vMults, 1, 1), 1);
+  // On wall A a sixth of the way along, and 0.3 mm off it towards B.
+  for (double off : {0.0, 0.0003}) {
+    SCOPED_TRACE(testing::Message() << "off " << off);
+    const gp_Pnt point(0.1 / 6, off, 0.005);
+    Seed none;
+    const SupportSample sample = support.evaluate(point, none);
+    EXPECT_NEAR(std::abs(sample.distance), off, 1e-12);
+    EXPECT_LT(sample.foot.Distance(gp_Pnt(0.1 / 6, 0, 0.005)), 1e-12);
+  }
 }

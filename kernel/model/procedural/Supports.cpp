@@ -2,7 +2,6 @@
 
 #include <ElSLib.hxx>
 #include <GeomAPI_ProjectPointOnSurf.hxx>
-#include <GeomAdaptor_Surface.hxx>
 #include <GeomLib.hxx>
 #include <gp_Dir.hxx>
 
@@ -25,6 +24,8 @@ constexpr double kFootCrease = 1e-10;
 // Below this sine of the angle between the derivatives a foot's normal is
 // estimated as at a pole.
 constexpr double kClearNormal = 1e-8;
+// How near its surface a point must be for a foot found from the grid to count.
+constexpr double kGridFootReach = 1e-6;
 // Step of the central differences that give a blend bound's gradient (metres).
 constexpr double kGradientStep = 1e-7;
 
@@ -46,25 +47,7 @@ gp_Vec sensedNormal(const Handle(Geom_Surface)& surface, double u, double v, int
 }  // namespace
 
 SurfaceSupport::SurfaceSupport(Handle(Geom_Surface) surface, int sign)
-    : m_surface(std::move(surface)),
-      m_adaptor(m_surface),
-      m_cached(m_adaptor.GetType() == GeomAbs_BSplineSurface || m_adaptor.GetType() == GeomAbs_BezierSurface),
-      m_sign(sign) {}
-
-void SurfaceSupport::d0(double u, double v, gp_Pnt& p) const {
-  if (m_cached) m_adaptor.D0(u, v, p);
-  else m_surface->D0(u, v, p);
-}
-
-void SurfaceSupport::d1(double u, double v, gp_Pnt& p, gp_Vec& su, gp_Vec& sv) const {
-  if (m_cached) m_adaptor.D1(u, v, p, su, sv);
-  else m_surface->D1(u, v, p, su, sv);
-}
-
-void SurfaceSupport::d2(double u, double v, gp_Pnt& p, gp_Vec& su, gp_Vec& sv, gp_Vec& suu, gp_Vec& svv, gp_Vec& suv) const {
-  if (m_cached) m_adaptor.D2(u, v, p, su, sv, suu, svv, suv);
-  else m_surface->D2(u, v, p, su, sv, suu, svv, suv);
-}
+    : m_surface(std::move(surface)), m_eval(m_surface), m_sign(sign) {}
 
 // Newton on the foot conditions (S - X).Su = (S - X).Sv = 0 with the full
 // Hessian, Gauss-Newton where the Hessian is not positive, and every step cut
@@ -73,11 +56,7 @@ void SurfaceSupport::d2(double u, double v, gp_Pnt& p, gp_Vec& su, gp_Vec& sv, g
 // is not the foot). A step's end is evaluated with its derivatives, which the
 // next step starts from when the step stands.
 bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v, FootStep& last) const {
-  auto squared = [&](double uu, double vv) {
-    gp_Pnt p;
-    d0(uu, vv, p);
-    return p.SquareDistance(point);
-  };
+  auto squared = [&](double uu, double vv) { return m_eval.value(uu, vv).SquareDistance(point); };
   bool stalled = false, evaluated = false;
   gp_Pnt s;
   gp_Vec su, sv, suu, svv, suv;
@@ -86,8 +65,8 @@ bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v, FootS
     // about) converge fast without second derivatives, which cost most on
     // offsets of B-surfaces; full Newton only if that stalls.
     const bool secondOrder = step >= kGaussNewtonSteps || stalled;
-    if (secondOrder) d2(u, v, s, su, sv, suu, svv, suv);
-    else if (!evaluated) d1(u, v, s, su, sv);
+    if (secondOrder) m_eval.d2(u, v, s, su, sv, suu, svv, suv);
+    else if (!evaluated) m_eval.d1(u, v, s, su, sv);
     evaluated = false;
     last = FootStep{s, su, sv, 0, 0};
     const gp_Vec r(point, s);
@@ -120,7 +99,7 @@ bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v, FootS
     const double limit = r.SquareMagnitude() * (1 + 1e-12) + 1e-30;
     gp_Pnt ahead;
     gp_Vec aheadU, aheadV;
-    d1(u + du, v + dv, ahead, aheadU, aheadV);
+    m_eval.d1(u + du, v + dv, ahead, aheadU, aheadV);
     int cut = 0;
     if (ahead.SquareDistance(point) > limit)
       for (cut = 1; cut < 40; ++cut) {
@@ -146,22 +125,38 @@ bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v, FootS
 // Elementary surfaces give the parameters of a point's foot in closed form (the
 // cone's and torus's near enough for Newton); the others need a global search.
 void SurfaceSupport::initialiseSeed(const gp_Pnt& point, Seed& seed) const {
-  switch (m_adaptor.GetType()) {
-    case GeomAbs_Plane: ElSLib::Parameters(m_adaptor.Plane(), point, seed.a, seed.b); break;
-    case GeomAbs_Cylinder: ElSLib::Parameters(m_adaptor.Cylinder(), point, seed.a, seed.b); break;
-    case GeomAbs_Cone: ElSLib::Parameters(m_adaptor.Cone(), point, seed.a, seed.b); break;
-    case GeomAbs_Sphere: ElSLib::Parameters(m_adaptor.Sphere(), point, seed.a, seed.b); break;
-    case GeomAbs_Torus: ElSLib::Parameters(m_adaptor.Torus(), point, seed.a, seed.b); break;
-    default: projectGlobally(point, seed); return;
+  switch (m_eval.adaptor().GetType()) {
+    case GeomAbs_Plane: ElSLib::Parameters(m_eval.adaptor().Plane(), point, seed.a, seed.b); break;
+    case GeomAbs_Cylinder: ElSLib::Parameters(m_eval.adaptor().Cylinder(), point, seed.a, seed.b); break;
+    case GeomAbs_Cone: ElSLib::Parameters(m_eval.adaptor().Cone(), point, seed.a, seed.b); break;
+    case GeomAbs_Sphere: ElSLib::Parameters(m_eval.adaptor().Sphere(), point, seed.a, seed.b); break;
+    case GeomAbs_Torus: ElSLib::Parameters(m_eval.adaptor().Torus(), point, seed.a, seed.b); break;
+    default:
+      if (!seedFromGrid(point, seed)) projectGlobally(point, seed);
+      return;
   }
   seed.set = true;
 }
 
+// A local search from the grid's nearest node may end at a stationary point
+// that is not the nearest foot (the next turn of a jack's threaded B-surface,
+// 8 mm off); only a foot on the surface is sure to be the nearest one.
+bool SurfaceSupport::seedFromGrid(const gp_Pnt& point, Seed& seed) const {
+  if (!m_grid) m_grid = std::make_unique<SurfaceGrid>(m_surface);
+  const std::optional<gp_Pnt2d> node = m_grid->nearest(point);
+  if (!node) return false;
+  double u = node->X(), v = node->Y();
+  FootStep last;
+  if (!newtonFoot(point, u, v, last) || m_eval.value(u, v).Distance(point) > kGridFootReach) return false;
+  seed.a = u, seed.b = v;
+  seed.set = true;
+  return true;
+}
+
 // A projector of its own for every search: one kept per surface answers
 // differently for the same point depending on what it was asked before
-// (biox-Assembly, next to a pole of an offset's base), and searches are rare
-// enough (a chart's first point, failed local ones) that its grid costs nothing
-// measurable.
+// (biox-Assembly, next to a pole of an offset's base). Each one samples the
+// whole surface again, so it is the last resort, after the grid.
 void SurfaceSupport::projectGlobally(const gp_Pnt& point, Seed& seed) const {
   double u1, u2, v1, v2;
   m_surface->Bounds(u1, u2, v1, v2);
@@ -179,11 +174,16 @@ SupportSample SurfaceSupport::evaluate(const gp_Pnt& point, Seed& seed) const {
   if (!seed.set) initialiseSeed(point, seed);
   double u = seed.a, v = seed.b;
   FootStep last;
-  if (!newtonFoot(point, u, v, last)) {
-    projectGlobally(point, seed);
+  // Where the seed's search fails, the grid's node and then OCCT's projector
+  // start new ones.
+  auto restart = [&](bool occt) {
+    if (occt) projectGlobally(point, seed);
+    else if (!seedFromGrid(point, seed)) return false;
     u = seed.a, v = seed.b;
-    if (!newtonFoot(point, u, v, last)) throw ProceduralError("no foot point on a support surface");
-  }
+    return newtonFoot(point, u, v, last);
+  };
+  if (!newtonFoot(point, u, v, last) && !restart(false) && !restart(true))
+    throw ProceduralError("no foot point on a support surface");
   seed.a = u, seed.b = v;
   SupportSample out;
   // The last step was below 1e-14 m (1e-10 m on a crease, none when no step
@@ -194,7 +194,7 @@ SupportSample SurfaceSupport::evaluate(const gp_Pnt& point, Seed& seed) const {
     out.foot = last.point.Translated(last.su * last.du + last.sv * last.dv);
     out.normal = cross.Normalized() * m_sign;
   } else {
-    d0(u, v, out.foot);
+    out.foot = m_eval.value(u, v);
     out.normal = sensedNormal(m_surface, u, v, m_sign, point);
   }
   out.distance = gp_Vec(out.foot, point).Dot(out.normal);

@@ -5,12 +5,14 @@
 // surface, a rolling-ball tube and a blend bound stand in the same place.
 #pragma once
 
-#include <GeomAdaptor_Surface.hxx>
 #include <Geom_Surface.hxx>
 #include <gp_Pnt.hxx>
 #include <gp_Vec.hxx>
 
 #include <memory>
+
+#include "../CachedEvaluation.h"
+#include "../SurfaceGrid.h"
 
 namespace meld::model::procedural {
 
@@ -63,19 +65,14 @@ class SurfaceSupport : public Support {
     double du = 0, dv = 0;
   };
   bool newtonFoot(const gp_Pnt& point, double& u, double& v, FootStep& last) const;
-  // A search over the whole surface: the seed when the quick one fails.
+  // The foot found from the nearest node of the surface's grid as seed; false
+  // on surfaces without a grid and for points off the surface.
+  bool seedFromGrid(const gp_Pnt& point, Seed& seed) const;
+  // A search over the whole surface by OCCT's projector.
   void projectGlobally(const gp_Pnt& point, Seed& seed) const;
   Handle(Geom_Surface) m_surface;
-  // Newton's evaluations of a B-spline or Bezier surface go through the
-  // adaptor: it keeps the polynomial form of the patch it last evaluated, which
-  // the steps of one search and the searches of neighbouring points mostly stay
-  // on. Other surfaces are evaluated as they are: the adaptor's own offset
-  // evaluator finds other feet next to a pole of the base (biox-Assembly).
-  void d0(double u, double v, gp_Pnt& p) const;
-  void d1(double u, double v, gp_Pnt& p, gp_Vec& su, gp_Vec& sv) const;
-  void d2(double u, double v, gp_Pnt& p, gp_Vec& su, gp_Vec& sv, gp_Vec& suu, gp_Vec& svv, gp_Vec& suv) const;
-  mutable GeomAdaptor_Surface m_adaptor;
-  bool m_cached;
+  CachedSurface m_eval;  // what Newton evaluates
+  mutable std::unique_ptr<SurfaceGrid> m_grid;  // built at the first global search
   int m_sign;
 };
 

@@ -1,0 +1,78 @@
+#include "SurfaceGrid.h"
+
+#include <GeomAdaptor_Surface.hxx>
+#include <Geom_BSplineSurface.hxx>
+#include <TColStd_Array1OfReal.hxx>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "CachedEvaluation.h"
+
+namespace meld::model {
+namespace {
+
+// Nodes per B-spline span and per direction of a Bezier patch, and a cap per
+// direction (beyond it, spans are sampled once each, then merged).
+constexpr int kPerSpan = 3;
+constexpr int kUniform = 24;
+constexpr size_t kMaxPerDirection = 150;
+// Ranges wider than this (metres or radians) are taken as unbounded.
+constexpr double kUnbounded = 1e6;
+
+// Parameters from lo to hi: each span between knots cut in kPerSpan, or
+// kUniform pieces without knots.
+std::vector<double> samples(double lo, double hi, const TColStd_Array1OfReal* knots) {
+  std::vector<double> breaks{lo};
+  if (knots)
+    for (int i = knots->Lower(); i <= knots->Upper(); ++i)
+      if ((*knots)(i) > lo && (*knots)(i) < hi) breaks.push_back((*knots)(i));
+  breaks.push_back(hi);
+  const int pieces = knots ? kPerSpan : kUniform;
+  if ((breaks.size() - 1) * pieces > kMaxPerDirection) {
+    const size_t stride = (breaks.size() - 1 + kMaxPerDirection - 1) / kMaxPerDirection;
+    std::vector<double> kept;
+    for (size_t i = 0; i < breaks.size() - 1; i += stride) kept.push_back(breaks[i]);
+    kept.push_back(hi);
+    breaks.swap(kept);
+  }
+  const int per = (breaks.size() - 1) * pieces > kMaxPerDirection ? 1 : pieces;
+  std::vector<double> out;
+  for (size_t i = 0; i + 1 < breaks.size(); ++i)
+    for (int k = 0; k < per; ++k) out.push_back(breaks[i] + (breaks[i + 1] - breaks[i]) * k / per);
+  out.push_back(hi);
+  return out;
+}
+
+bool bounded(double lo, double hi) {
+  return std::isfinite(lo) && std::isfinite(hi) && hi - lo < kUnbounded && hi > lo;
+}
+
+}  // namespace
+
+SurfaceGrid::SurfaceGrid(const Handle(Geom_Surface)& surface) {
+  const CachedSurface eval(surface);
+  const GeomAbs_SurfaceType type = eval.adaptor().GetType();
+  if (type != GeomAbs_BSplineSurface && type != GeomAbs_BezierSurface) return;
+  double u1 = 0, u2 = 0, v1 = 0, v2 = 0;
+  surface->Bounds(u1, u2, v1, v2);
+  if (!bounded(u1, u2) || !bounded(v1, v2)) return;
+  const Handle(Geom_BSplineSurface) spline = eval.adaptor().GetType() == GeomAbs_BSplineSurface ? eval.adaptor().BSpline() : nullptr;
+  m_u = samples(u1, u2, spline.IsNull() ? nullptr : &spline->UKnots());
+  m_v = samples(v1, v2, spline.IsNull() ? nullptr : &spline->VKnots());
+  m_points.reserve(m_u.size() * m_v.size());
+  for (double u : m_u)
+    for (double v : m_v) m_points.push_back(eval.value(u, v));
+}
+
+std::optional<gp_Pnt2d> SurfaceGrid::nearest(const gp_Pnt& point) const {
+  if (m_points.empty()) return std::nullopt;
+  size_t best = 0;
+  double bestSquared = std::numeric_limits<double>::infinity();
+  for (size_t i = 0; i < m_points.size(); ++i)
+    if (const double d = m_points[i].SquareDistance(point); d < bestSquared) bestSquared = d, best = i;
+  return gp_Pnt2d(m_u[best / m_v.size()], m_v[best % m_v.size()]);
+}
+
+}  // namespace meld::model
