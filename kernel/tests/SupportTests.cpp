@@ -5,6 +5,7 @@
 
 #include <GeomConvert.hxx>
 #include <Geom_BSplineSurface.hxx>
+#include <Geom_OffsetSurface.hxx>
 #include <Geom_RectangularTrimmedSurface.hxx>
 #include <Geom_SphericalSurface.hxx>
 #include <Geom_ToroidalSurface.hxx>
@@ -25,19 +26,15 @@ Handle(Geom_Surface) asBSpline(const Handle(Geom_Surface)& surface, double u1, d
   return GeomConvert::SurfaceToBSplineSurface(new Geom_RectangularTrimmedSurface(surface, u1, u2, v1, v2));
 }
 
-}  // namespace
-
-TEST(SurfaceSupport, FeetOnARationalBSurfaceAreTheExactOnesFromNearFarOrNoSeed) {
-  // A torus patch (major radius 2, minor 0.5) as a rational B-surface: points
-  // off it along its normal by less than the minor radius have that foot.
-  const Handle(Geom_ToroidalSurface) torus = new Geom_ToroidalSurface(gp_Ax3(), 2.0, 0.5);
-  const SurfaceSupport support(asBSpline(torus, 0, 3, 0, 4), 1);
+// Points off the torus `exact` along its normal by less than its minor radius
+// have that foot on `support`, whatever the seed.
+void expectExactFeet(const SurfaceSupport& support, const Handle(Geom_Surface)& exact) {
   for (double u : {0.4, 1.3, 2.6})
     for (double v : {0.3, 1.9, 3.5})
       for (double d : {0.0, 1e-3, -0.2, 0.3}) {
         gp_Pnt foot;
         gp_Vec du, dv;
-        torus->D1(u, v, foot, du, dv);
+        exact->D1(u, v, foot, du, dv);
         const gp_Vec normal = du.Crossed(dv).Normalized();
         const gp_Pnt point = foot.Translated(normal * d);
         // No seed, a neighbour's, one a quarter turn round the tube away, and
@@ -52,6 +49,15 @@ TEST(SurfaceSupport, FeetOnARationalBSurfaceAreTheExactOnesFromNearFarOrNoSeed) 
           EXPECT_GT(sample.normal.Dot(normal), 1 - 1e-12);
         }
       }
+}
+
+}  // namespace
+
+TEST(SurfaceSupport, FeetOnARationalBSurfaceAreTheExactOnesFromNearFarOrNoSeed) {
+  // A torus patch (major radius 2, minor 0.5) as a rational B-surface.
+  const Handle(Geom_ToroidalSurface) torus = new Geom_ToroidalSurface(gp_Ax3(), 2.0, 0.5);
+  const SurfaceSupport support(asBSpline(torus, 0, 3, 0, 4), 1);
+  expectExactFeet(support, torus);
   // The sense given with the support turns normal and distance round.
   const SurfaceSupport reversed(asBSpline(torus, 0, 3, 0, 4), -1);
   Seed seed;
@@ -60,6 +66,31 @@ TEST(SurfaceSupport, FeetOnARationalBSurfaceAreTheExactOnesFromNearFarOrNoSeed) 
   const SupportSample forward = support.evaluate(gp_Pnt(2.8, 0.5, 0.1), again);
   EXPECT_NEAR(sample.distance, -forward.distance, 1e-14);
   EXPECT_LT((sample.normal + forward.normal).Magnitude(), 1e-14);
+}
+
+TEST(SurfaceSupport, FeetOnAnOffsetOfABSurfaceAreTheExactOnes) {
+  // The torus patch offset by 0.1 outwards and 0.2 inwards: tori of minor
+  // radius 0.6 and 0.3 (the base is evaluated through its cache here).
+  const Handle(Geom_Surface) base = asBSpline(new Geom_ToroidalSurface(gp_Ax3(), 2.0, 0.5), 0, 3, 0, 4);
+  for (double offset : {0.1, -0.2}) {
+    SCOPED_TRACE(testing::Message() << "offset " << offset);
+    const Handle(Geom_ToroidalSurface) exact = new Geom_ToroidalSurface(gp_Ax3(), 2.0, 0.5 + offset);
+    expectExactFeet(SurfaceSupport(new Geom_OffsetSurface(base, offset), 1), exact);
+  }
+}
+
+TEST(CachedSurface, AnOffsetAtAPoleOfItsBaseIsWhereOcctPutsIt) {
+  // A sphere as a B-surface: its v ends are poles, where the base has no
+  // normal of its own and the offset point lies on the axis.
+  const Handle(Geom_Surface) base =
+      asBSpline(new Geom_SphericalSurface(gp_Ax3(), 1.0), 0, 2 * M_PI, -M_PI / 2, M_PI / 2);
+  const Handle(Geom_OffsetSurface) offset = new Geom_OffsetSurface(base, 0.25);
+  const meld::model::CachedSurface cached(offset);
+  for (double v : {-M_PI / 2, M_PI / 2, 0.3}) {
+    SCOPED_TRACE(testing::Message() << "v " << v);
+    EXPECT_LT(cached.value(1.0, v).Distance(offset->Value(1.0, v)), 1e-12);
+    EXPECT_NEAR(cached.value(1.0, v).Distance(gp_Pnt(0, 0, 0)), 1.25, 1e-9);
+  }
 }
 
 TEST(SurfaceSupport, AStepThatOvershootsIsCutBackAndTheSearchGoesOnFromWhereItStands) {

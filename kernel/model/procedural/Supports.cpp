@@ -3,6 +3,7 @@
 #include <ElSLib.hxx>
 #include <GeomAPI_ProjectPointOnSurf.hxx>
 #include <GeomLib.hxx>
+#include <Standard_Failure.hxx>
 #include <gp_Dir.hxx>
 
 #include <cmath>
@@ -56,6 +57,18 @@ SurfaceSupport::SurfaceSupport(Handle(Geom_Surface) surface, int sign)
 // is not the foot). A step's end is evaluated with its derivatives, which the
 // next step starts from when the step stands.
 bool SurfaceSupport::newtonFoot(const gp_Pnt& point, double& u, double& v, FootStep& last) const {
+  // A step from a seed far round a tube, for a point near the tube's centre
+  // line, can land far past a B-surface's range, where OCCT refuses to
+  // evaluate (an offset's normal there): the search has failed, and the
+  // caller starts another.
+  try {
+    return newtonSteps(point, u, v, last);
+  } catch (const Standard_Failure&) {
+    return false;
+  }
+}
+
+bool SurfaceSupport::newtonSteps(const gp_Pnt& point, double& u, double& v, FootStep& last) const {
   auto squared = [&](double uu, double vv) { return m_eval.value(uu, vv).SquareDistance(point); };
   bool stalled = false, evaluated = false;
   gp_Pnt s;

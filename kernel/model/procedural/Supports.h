@@ -65,6 +65,7 @@ class SurfaceSupport : public Support {
     double du = 0, dv = 0;
   };
   bool newtonFoot(const gp_Pnt& point, double& u, double& v, FootStep& last) const;
+  bool newtonSteps(const gp_Pnt& point, double& u, double& v, FootStep& last) const;
   // The foot found from the nearest node of the surface's grid as seed; false
   // on surfaces without a grid and for points off the surface.
   bool seedFromGrid(const gp_Pnt& point, Seed& seed) const;
