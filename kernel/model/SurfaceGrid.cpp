@@ -5,7 +5,6 @@
 #include <TColStd_Array1OfReal.hxx>
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
 
 #include "CachedEvaluation.h"
@@ -15,38 +14,30 @@ namespace {
 
 // Nodes per B-spline span and per direction of a Bezier patch, and a cap per
 // direction (beyond it, spans are sampled once each, then merged).
-constexpr int kPerSpan = 3;
-constexpr int kUniform = 24;
+constexpr size_t kPerSpan = 3;
+constexpr size_t kUniform = 24;
 constexpr size_t kMaxPerDirection = 150;
-// Ranges wider than this (metres or radians) are taken as unbounded.
-constexpr double kUnbounded = 1e6;
 
 // Parameters from lo to hi: each span between knots cut in kPerSpan, or
-// kUniform pieces without knots.
+// kUniform pieces without knots; past the cap one node per span, and past it
+// again spans taken together.
 std::vector<double> samples(double lo, double hi, const TColStd_Array1OfReal* knots) {
   std::vector<double> breaks{lo};
   if (knots)
     for (int i = knots->Lower(); i <= knots->Upper(); ++i)
       if ((*knots)(i) > lo && (*knots)(i) < hi) breaks.push_back((*knots)(i));
   breaks.push_back(hi);
-  const int pieces = knots ? kPerSpan : kUniform;
-  if ((breaks.size() - 1) * pieces > kMaxPerDirection) {
-    const size_t stride = (breaks.size() - 1 + kMaxPerDirection - 1) / kMaxPerDirection;
-    std::vector<double> kept;
-    for (size_t i = 0; i < breaks.size() - 1; i += stride) kept.push_back(breaks[i]);
-    kept.push_back(hi);
-    breaks.swap(kept);
-  }
-  const int per = (breaks.size() - 1) * pieces > kMaxPerDirection ? 1 : pieces;
+  const size_t spans = breaks.size() - 1;
+  const size_t pieces = knots ? kPerSpan : kUniform;
+  const size_t per = spans * pieces > kMaxPerDirection ? 1 : pieces;
+  const size_t stride = (spans + kMaxPerDirection - 1) / kMaxPerDirection;
   std::vector<double> out;
-  for (size_t i = 0; i + 1 < breaks.size(); ++i)
-    for (int k = 0; k < per; ++k) out.push_back(breaks[i] + (breaks[i + 1] - breaks[i]) * k / per);
+  for (size_t i = 0; i < spans; i += stride) {
+    const double a = breaks[i], b = breaks[std::min(i + stride, spans)];
+    for (size_t k = 0; k < per; ++k) out.push_back(a + (b - a) * static_cast<double>(k) / static_cast<double>(per));
+  }
   out.push_back(hi);
   return out;
-}
-
-bool bounded(double lo, double hi) {
-  return std::isfinite(lo) && std::isfinite(hi) && hi - lo < kUnbounded && hi > lo;
 }
 
 }  // namespace
@@ -55,10 +46,10 @@ SurfaceGrid::SurfaceGrid(const Handle(Geom_Surface)& surface) {
   const CachedSurface eval(surface);
   const GeomAbs_SurfaceType type = eval.adaptor().GetType();
   if (type != GeomAbs_BSplineSurface && type != GeomAbs_BezierSurface) return;
+  // Both kinds are bounded in both directions.
   double u1 = 0, u2 = 0, v1 = 0, v2 = 0;
   surface->Bounds(u1, u2, v1, v2);
-  if (!bounded(u1, u2) || !bounded(v1, v2)) return;
-  const Handle(Geom_BSplineSurface) spline = eval.adaptor().GetType() == GeomAbs_BSplineSurface ? eval.adaptor().BSpline() : nullptr;
+  const Handle(Geom_BSplineSurface) spline = type == GeomAbs_BSplineSurface ? eval.adaptor().BSpline() : nullptr;
   m_u = samples(u1, u2, spline.IsNull() ? nullptr : &spline->UKnots());
   m_v = samples(v1, v2, spline.IsNull() ? nullptr : &spline->VKnots());
   m_points.reserve(m_u.size() * m_v.size());

@@ -18,10 +18,9 @@ namespace meld::model {
 
 class SurfaceGrid {
  public:
-  // Empty (usable() false) for other surfaces.
+  // Empty for other surfaces.
   explicit SurfaceGrid(const Handle(Geom_Surface)& surface);
-  bool usable() const { return !m_points.empty(); }
-  // The parameters of the node nearest `point`; none when the grid is unusable.
+  // The parameters of the node nearest `point`; none on an empty grid.
   std::optional<gp_Pnt2d> nearest(const gp_Pnt& point) const;
 
  private:
