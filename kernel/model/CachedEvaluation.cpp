@@ -8,28 +8,28 @@
 namespace meld::model {
 namespace {
 
-bool polynomial(GeomAbs_SurfaceType type) { return type == GeomAbs_BSplineSurface || type == GeomAbs_BezierSurface; }
+bool polynomialType(GeomAbs_SurfaceType type) { return type == GeomAbs_BSplineSurface || type == GeomAbs_BezierSurface; }
 
 // Below this sine-like measure (the cross product of the base's derivatives,
 // each shortened to at most unit length) the base's normal is left to OCCT. Its
 // own offset evaluation switches to its treatment of singular points at 1e-9;
 // this keeps well clear of the switch.
-constexpr double kClearNormal = 1e-6;
+constexpr double kClearBaseNormal = 1e-6;
 
 // Whether the base's normal at (u,v) is clear of a pole, from its derivatives.
 bool clearNormal(const gp_Vec& bu, const gp_Vec& bv) {
   const double lu = std::max(1.0, bu.Magnitude()), lv = std::max(1.0, bv.Magnitude());
-  return bu.Crossed(bv).Magnitude() / (lu * lv) > kClearNormal;
+  return bu.Crossed(bv).Magnitude() / (lu * lv) > kClearBaseNormal;
 }
 
 }  // namespace
 
 CachedSurface::CachedSurface(const Handle(Geom_Surface)& surface) : m_surface(surface), m_adaptor(surface) {
-  if (polynomial(m_adaptor.GetType())) {
+  if (polynomialType(m_adaptor.GetType())) {
     m_mode = Mode::Cached;
   } else if (auto offset = Handle(Geom_OffsetSurface)::DownCast(surface)) {
     m_base.Load(offset->BasisSurface());
-    if (polynomial(m_base.GetType())) {
+    if (polynomialType(m_base.GetType())) {
       m_offset = offset->Offset();
       m_mode = Mode::Offset;
     }

@@ -24,6 +24,8 @@ class CachedSurface {
   explicit CachedSurface(const Handle(Geom_Surface)& surface);
 
   const GeomAdaptor_Surface& adaptor() const { return m_adaptor; }
+  // A B-spline or Bezier surface itself (not an offset of one).
+  bool polynomial() const { return m_mode == Mode::Cached; }
 
   gp_Pnt value(double u, double v) const;
   void d1(double u, double v, gp_Pnt& p, gp_Vec& su, gp_Vec& sv) const;

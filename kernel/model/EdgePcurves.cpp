@@ -83,8 +83,11 @@ bool mayWind(const Handle(Geom_Surface)& s, const TopoDS_Face& face) {
 
 class Follower {
  public:
-  Follower(const Handle(Geom_Surface)& surface, const Handle(Geom_Curve)& curve, double maxOff)
-      : m_eval(surface), m_c(curve), m_maxOff(maxOff) {
+  // `eval` is the face's, shared by its edges so that its span cache carries
+  // from one edge to the next.
+  Follower(const Handle(Geom_Surface)& surface, const CachedSurface& eval, const Handle(Geom_Curve)& curve,
+           double maxOff)
+      : m_eval(eval), m_c(curve), m_maxOff(maxOff) {
     double u1 = 0, u2 = 0, v1 = 0, v2 = 0;
     surface->Bounds(u1, u2, v1, v2);
     m_u = Range{u1, u2, !surface->IsUPeriodic()};
@@ -177,7 +180,7 @@ class Follower {
       return std::abs(x - held) * speed > 1e-12 ? held : x;
     }
   };
-  CachedSurface m_eval;
+  const CachedSurface& m_eval;
   CachedCurve m_c;
   double m_maxOff;
   Range m_u, m_v;
@@ -370,7 +373,12 @@ class FaceWalk {
   FaceWalk(const TopoDS_Face& face, const Handle(Geom_Surface)& surface,
            std::unordered_map<const Geom_Surface*, GlobalSearch>& global, FollowedPcurves& count,
            bool onlyWound)
-      : m_face(face), m_surface(surface), m_global(global), m_count(count), m_onlyWound(onlyWound) {}
+      : m_face(face),
+        m_surface(surface),
+        m_eval(surface),
+        m_global(global),
+        m_count(count),
+        m_onlyWound(onlyWound) {}
 
   // On the face as built (forward), a wire's edges come in the order they join.
   void run() {
@@ -458,7 +466,7 @@ class FaceWalk {
     double first = 0, last = 0;
     Handle(Geom_Curve) curve = BRep_Tool::Curve(edge, where, first, last);
     if (curve.IsNull() || !where.IsIdentity() || BRep_Tool::Degenerated(edge)) return nullptr;
-    const Follower follower(m_surface, curve, std::max(BRep_Tool::Tolerance(edge), kMaxOffSurface));
+    const Follower follower(m_surface, m_eval, curve, std::max(BRep_Tool::Tolerance(edge), kMaxOffSurface));
     if (!seed) seed = globalSeed(follower, curve, reversed ? last : first);
     return followEdge(follower, curve, first, last, reversed, *seed);
   }
@@ -468,7 +476,7 @@ class FaceWalk {
   // are set up once per surface and shared by every face on it.
   gp_Pnt2d globalSeed(const Follower& follower, const Handle(Geom_Curve)& curve, double t) {
     GlobalSearch& search = m_global[m_surface.get()];
-    if (!search.grid) search.grid = std::make_unique<SurfaceGrid>(m_surface);
+    if (!search.grid) search.grid = std::make_unique<SurfaceGrid>(m_eval);
     Foot foot;
     const gp_Pnt p = curve->Value(t);
     if (const auto node = search.grid->nearest(p); node && follower.foot(t, *node, foot)) return foot.uv;
@@ -478,6 +486,7 @@ class FaceWalk {
 
   const TopoDS_Face& m_face;
   Handle(Geom_Surface) m_surface;
+  CachedSurface m_eval;  // shared by the followers of the face's edges
   std::unordered_map<const Geom_Surface*, GlobalSearch>& m_global;
   FollowedPcurves& m_count;
   bool m_onlyWound;  // an elementary surface: kept only when a wire winds (mayWind)

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <limits>
 
-#include "CachedEvaluation.h"
 
 namespace meld::model {
 namespace {
@@ -42,19 +41,16 @@ std::vector<double> samples(double lo, double hi, const TColStd_Array1OfReal* kn
 
 }  // namespace
 
-SurfaceGrid::SurfaceGrid(const Handle(Geom_Surface)& surface) {
-  const CachedSurface eval(surface);
-  const GeomAbs_SurfaceType type = eval.adaptor().GetType();
-  if (type != GeomAbs_BSplineSurface && type != GeomAbs_BezierSurface) return;
+SurfaceGrid::SurfaceGrid(const CachedSurface& surface) {
+  if (!surface.polynomial()) return;
   // Both kinds are bounded in both directions.
-  double u1 = 0, u2 = 0, v1 = 0, v2 = 0;
-  surface->Bounds(u1, u2, v1, v2);
-  const Handle(Geom_BSplineSurface) spline = type == GeomAbs_BSplineSurface ? eval.adaptor().BSpline() : nullptr;
-  m_u = samples(u1, u2, spline.IsNull() ? nullptr : &spline->UKnots());
-  m_v = samples(v1, v2, spline.IsNull() ? nullptr : &spline->VKnots());
+  const GeomAdaptor_Surface& a = surface.adaptor();
+  const Handle(Geom_BSplineSurface) spline = a.GetType() == GeomAbs_BSplineSurface ? a.BSpline() : nullptr;
+  m_u = samples(a.FirstUParameter(), a.LastUParameter(), spline.IsNull() ? nullptr : &spline->UKnots());
+  m_v = samples(a.FirstVParameter(), a.LastVParameter(), spline.IsNull() ? nullptr : &spline->VKnots());
   m_points.reserve(m_u.size() * m_v.size());
   for (double u : m_u)
-    for (double v : m_v) m_points.push_back(eval.value(u, v));
+    for (double v : m_v) m_points.push_back(surface.value(u, v));
 }
 
 std::optional<gp_Pnt2d> SurfaceGrid::nearest(const gp_Pnt& point) const {

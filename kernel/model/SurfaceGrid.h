@@ -7,19 +7,20 @@
 // (biox-Assembly) the nearest node leads Newton to another foot.
 #pragma once
 
-#include <Geom_Surface.hxx>
 #include <gp_Pnt.hxx>
 #include <gp_Pnt2d.hxx>
 
 #include <optional>
 #include <vector>
 
+#include "CachedEvaluation.h"
+
 namespace meld::model {
 
 class SurfaceGrid {
  public:
   // Empty for other surfaces.
-  explicit SurfaceGrid(const Handle(Geom_Surface)& surface);
+  explicit SurfaceGrid(const CachedSurface& surface);
   // The parameters of the node nearest `point`; none on an empty grid.
   std::optional<gp_Pnt2d> nearest(const gp_Pnt& point) const;
 

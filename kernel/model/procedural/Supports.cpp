@@ -155,7 +155,7 @@ void SurfaceSupport::initialiseSeed(const gp_Pnt& point, Seed& seed) const {
 // that is not the nearest foot (the next turn of a jack's threaded B-surface,
 // 8 mm off); only a foot on the surface is sure to be the nearest one.
 bool SurfaceSupport::seedFromGrid(const gp_Pnt& point, Seed& seed) const {
-  if (!m_grid) m_grid = std::make_unique<SurfaceGrid>(m_surface);
+  if (!m_grid) m_grid = std::make_unique<SurfaceGrid>(m_eval);
   const std::optional<gp_Pnt2d> node = m_grid->nearest(point);
   if (!node) return false;
   double u = node->X(), v = node->Y();
